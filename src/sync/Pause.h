@@ -1,0 +1,13 @@
+#pragma once
+
+namespace kennly {
+
+/// Pauses the calling thread for `seconds` whole seconds; 0 does not pause at all.
+///
+/// Ends early only when a signal interrupts it and `closingDown` is set. Any thread may call it,
+/// and tests `closingDown` and `tidyingThreadPool` afterwards. A thread that must notice a shutdown
+/// in time, although the signal may come just before its sleep or go to another thread, makes a
+/// long pause of short ones.
+void Pause(unsigned seconds);
+
+}  // namespace kennly
