@@ -1,0 +1,68 @@
+#include "pool/WatchDogThreadPool.h"
+
+#include "main/Log.h"
+#include "pool/TaskRegistry.h"
+#include "sync/SharedSlot.h"
+
+namespace kennly {
+
+namespace {
+
+// Workers hold the hook, so one that still runs while the process exits does not lose it.
+const auto comInitialisation = std::make_shared<WatchDogThreadPool::COMInitialisation>();
+
+SharedSlot<WatchDogThreadPool>& PoolSlot() {
+    static SharedSlot<WatchDogThreadPool>& slot = SharedSlot<WatchDogThreadPool>::NewForEver();
+    return slot;
+}
+
+void ClearRegistry(const std::shared_ptr<TaskRegistry>& registry) {
+    if (registry) {
+        registry->Clear();
+    }
+}
+
+}  // namespace
+
+WatchDogThreadPool::WatchDogThreadPool(std::uint32_t threadCount)
+    : ThreadPool(threadCount, comInitialisation) {}
+
+bool CreateThreadPool(std::uint32_t threadCount) {
+    try {
+        if (!GetThreadPool()) {
+            PoolSlot().Put(std::make_shared<WatchDogThreadPool>(threadCount));
+        }
+    } catch (...) {
+        LogError("exception while creating threadpool!");
+        return false;
+    }
+    if (GetThreadPool()->IsCreated()) {
+        return true;
+    }
+    LogError("Error creating Thread Pool");
+    return false;
+}
+
+bool TidyThreadPool() {
+    try {
+        if (const auto pool = GetThreadPool()) {
+            // Emptied afterwards: a cycle that finds no pool leaves its name registered, and the
+            // others would wait for it.
+            pool->Destroy();
+            PoolSlot().Put(nullptr);
+        }
+        ClearRegistry(WatchRegistry());
+        ClearRegistry(ActionRegistry());
+        ClearRegistry(JobRegistry());
+        return true;
+    } catch (...) {
+        LogError("exception while tidying threadpool!");
+        return false;
+    }
+}
+
+std::shared_ptr<WatchDogThreadPool> GetThreadPool() {
+    return PoolSlot().Hold();
+}
+
+}  // namespace kennly
