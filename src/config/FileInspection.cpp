@@ -1,0 +1,75 @@
+#include "config/FileInspection.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "config/XmlOutline.h"
+
+namespace kennly {
+
+namespace {
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    ~Descriptor() {
+        if (number_ >= 0) {
+            close(number_);
+        }
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int Number() const { return number_; }
+
+private:
+    const int number_;
+};
+
+// Returns false when the file cannot be read to its end.
+bool ReadToEnd(int descriptor, std::string& content) {
+    constexpr std::size_t chunk = 64 * 1024;
+    for (;;) {
+        const std::size_t have = content.size();
+        content.resize(have + chunk);
+        const ssize_t got = read(descriptor, content.data() + have, chunk);
+        if (got < 0 && errno == EINTR) {
+            content.resize(have);
+            continue;
+        }
+        content.resize(have + (got > 0 ? static_cast<std::size_t>(got) : 0));
+        if (got <= 0) {
+            return got == 0;
+        }
+    }
+}
+
+}  // namespace
+
+std::string InspectConfigFile(const char* path) {
+    // Without O_NONBLOCK, opening a FIFO that nobody writes to would never return.
+    const Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status = {};
+    if (file.Number() < 0 || fstat(file.Number(), &status) != 0) {
+        return {};
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return "not a regular file";
+    }
+    std::string content;
+    if (!ReadToEnd(file.Number(), content)) {
+        return {};
+    }
+    const XmlOutline outline = OutlineXml(content, MaxNesting + 1);
+    if (outline.depth > MaxNesting) {
+        return "elements nested too deep";
+    }
+    if (outline.isUtf8 && EndsInsideCharacter(content)) {
+        return "file ends inside a character";
+    }
+    return {};
+}
+
+}  // namespace kennly

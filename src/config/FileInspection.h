@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+namespace kennly {
+
+/// How deep elements of a configuration file may nest. TinyXML parses by recursion: tens of
+/// thousands of levels would overflow the stack and end the process. Three levels are all that a
+/// job needs.
+inline constexpr int MaxNesting = 500;
+
+/// Tells whether TinyXML can be given the file at `path` without harm.
+///
+/// Returns a description of the problem, or an empty text when there is none: the file is not a
+/// regular one (a FIFO would block for ever, a directory takes all memory), its elements nest
+/// deeper than MaxNesting, or it is UTF-8 and ends inside a character. All other faults, a missing
+/// file among them, are left to TinyXML's own verdict. Throws std::bad_alloc for a file that does
+/// not fit into memory. Any thread may call it.
+std::string InspectConfigFile(const char* path);
+
+}  // namespace kennly

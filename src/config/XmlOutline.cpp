@@ -1,0 +1,250 @@
+#include "config/XmlOutline.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cctype>
+
+namespace kennly {
+
+namespace {
+
+// The length of the UTF-8 character that `lead` begins, by TinyXML's own table: a byte that can
+// begin none counts as a character of its own.
+std::size_t CharacterLength(char lead) {
+    const auto byte = static_cast<unsigned char>(lead);
+    if (byte >= 0xC2 && byte <= 0xDF) {
+        return 2;
+    }
+    if (byte >= 0xE0 && byte <= 0xEF) {
+        return 3;
+    }
+    if (byte >= 0xF0 && byte <= 0xF4) {
+        return 4;
+    }
+    return 1;
+}
+
+bool IsBlank(char c) {
+    return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+bool BeginsName(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte >= 0x7F || std::isalpha(byte) != 0 || c == '_';
+}
+
+bool ContinuesName(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return BeginsName(c) || std::isdigit(byte) != 0 || c == '-' || c == '.' || c == ':';
+}
+
+// Walks through a text the way TinyXML's recursive parser does, keeping only the number of elements
+// that are open.
+class Scanner {
+public:
+    explicit Scanner(std::string_view text) : rest_(text.substr(0, text.find('\0'))) {}
+
+    XmlOutline Scan(std::size_t enough) {
+        if (StartsWith("\xEF\xBB\xBF")) {
+            SettleEncoding(true);
+        }
+        SkipBlanks();
+        while (!rest_.empty() && outline_.depth < enough) {
+            if (rest_.front() == '<') {
+                ScanMarkup();
+            } else if (open_ > 0) {
+                SkipText();
+            } else {
+                break;  // text outside every element: TinyXML reads no further
+            }
+            SkipBlanks();
+        }
+        return outline_;
+    }
+
+private:
+    bool StartsWith(std::string_view what) const { return rest_.substr(0, what.size()) == what; }
+
+    bool StartsWithAnyCase(std::string_view what) const {
+        return rest_.size() >= what.size() &&
+               strncasecmp(rest_.data(), what.data(), what.size()) == 0;
+    }
+
+    void Skip(std::size_t count) { rest_.remove_prefix(std::min(count, rest_.size())); }
+
+    void SkipPast(std::string_view what) {
+        const std::size_t found = rest_.find(what);
+        Skip(found == std::string_view::npos ? rest_.size() : found + what.size());
+    }
+
+    void SkipCharacter() { Skip(outline_.isUtf8 ? CharacterLength(rest_.front()) : 1); }
+
+    // In UTF-8, byte order marks and two characters that must not occur count as blanks.
+    bool AtUtf8Blank() const {
+        return outline_.isUtf8 && (StartsWith("\xEF\xBB\xBF") || StartsWith("\xEF\xBF\xBE") ||
+                                   StartsWith("\xEF\xBF\xBF"));
+    }
+
+    void SkipBlanks() {
+        while (!rest_.empty()) {
+            if (AtUtf8Blank()) {
+                Skip(3);
+            } else if (IsBlank(rest_.front())) {
+                Skip(1);
+            } else {
+                return;
+            }
+        }
+    }
+
+    void SkipText() {
+        while (!rest_.empty() && rest_.front() != '<') {
+            SkipCharacter();
+        }
+    }
+
+    // The first declaration outside every element settles the encoding for the rest of the text.
+    void SettleEncoding(bool isUtf8) {
+        if (!encodingSettled_) {
+            outline_.isUtf8 = isUtf8;
+            encodingSettled_ = true;
+        }
+    }
+
+    void ScanMarkup() {
+        if (open_ > 0 && StartsWith("</")) {
+            SkipPast(">");
+            --open_;
+        } else if (StartsWithAnyCase("<?xml")) {
+            ScanDeclaration();
+        } else if (StartsWith("<!--")) {
+            Skip(4);
+            SkipPast("-->");
+        } else if (StartsWith("<![CDATA[")) {
+            Skip(9);
+            SkipPast("]]>");
+        } else if (rest_.size() > 1 && BeginsName(rest_[1])) {
+            Skip(1);
+            ScanStartTag();
+        } else {
+            SkipPast(">");
+        }
+    }
+
+    void ScanDeclaration() {
+        std::string_view encoding;
+        Skip(5);
+        while (!rest_.empty() && rest_.front() != '>') {
+            SkipBlanks();
+            if (StartsWithAnyCase("encoding")) {
+                encoding = ScanAttribute();
+            } else if (StartsWithAnyCase("version") || StartsWithAnyCase("standalone")) {
+                ScanAttribute();
+            } else {
+                while (!rest_.empty() && rest_.front() != '>' && !IsBlank(rest_.front())) {
+                    Skip(1);
+                }
+            }
+        }
+        Skip(1);
+        if (open_ == 0) {
+            SettleEncoding(encoding.empty() || strncasecmp(encoding.data(), "UTF-8", 5) == 0 ||
+                           strncasecmp(encoding.data(), "UTF8", 4) == 0);
+        }
+    }
+
+    // Stands behind "<". Leaves the element open unless the tag closes it itself.
+    void ScanStartTag() {
+        SkipName();
+        ++open_;
+        outline_.depth = std::max(outline_.depth, open_);
+        while (!rest_.empty()) {
+            SkipBlanks();
+            if (rest_.empty()) {
+                return;
+            }
+            if (rest_.front() == '>') {
+                Skip(1);
+                return;
+            }
+            if (rest_.front() == '/') {
+                Skip(2);
+                --open_;
+                return;
+            }
+            if (!BeginsName(rest_.front())) {
+                rest_ = {};  // neither an attribute nor an end: TinyXML gives up
+                return;
+            }
+            ScanAttribute();
+        }
+    }
+
+    void SkipName() {
+        while (!rest_.empty() && ContinuesName(rest_.front())) {
+            Skip(1);
+        }
+    }
+
+    // Stands at the attribute's name; returns the value. A text that is no attribute ends the scan.
+    std::string_view ScanAttribute() {
+        SkipName();
+        SkipBlanks();
+        if (rest_.empty() || rest_.front() != '=') {
+            rest_ = {};
+            return {};
+        }
+        Skip(1);
+        SkipBlanks();
+        if (rest_.empty()) {
+            return {};
+        }
+        const char quote = rest_.front();
+        return quote == '"' || quote == '\'' ? ScanQuoted(quote) : ScanBareValue();
+    }
+
+    std::string_view ScanQuoted(char quote) {
+        Skip(1);
+        const std::string_view begin = rest_;
+        while (!rest_.empty() && rest_.front() != quote) {
+            SkipCharacter();
+        }
+        const std::string_view value = begin.substr(0, begin.size() - rest_.size());
+        Skip(1);
+        return value;
+    }
+
+    std::string_view ScanBareValue() {
+        const std::string_view begin = rest_;
+        while (!rest_.empty() && !IsBlank(rest_.front()) && rest_.front() != '/' &&
+               rest_.front() != '>') {
+            Skip(1);
+        }
+        return begin.substr(0, begin.size() - rest_.size());
+    }
+
+    std::string_view rest_;
+    std::size_t open_ = 0;  // elements that are open
+    bool encodingSettled_ = false;
+    XmlOutline outline_;
+};
+
+}  // namespace
+
+XmlOutline OutlineXml(std::string_view text, std::size_t enough) {
+    return Scanner(text).Scan(enough);
+}
+
+bool EndsInsideCharacter(std::string_view text) {
+    const std::string_view read = text.substr(0, text.find('\0'));
+    constexpr std::size_t longestCharacter = 4;
+    for (std::size_t left = 1; left < longestCharacter && left <= read.size(); ++left) {
+        if (CharacterLength(read[read.size() - left]) > left) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace kennly

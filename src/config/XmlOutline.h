@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace kennly {
+
+/// What has to be known of an XML text before TinyXML may be given it.
+struct XmlOutline {
+    std::size_t depth = 0;  // how deep elements nest; TinyXML goes one call deeper for each level
+    bool isUtf8 = false;    // TinyXML will step through it by UTF-8 characters, not by bytes
+};
+
+/// Outlines `text` as TinyXML will read it, well-formed or not: where it finds elements, and by
+/// which characters it steps. The text ends at its first NUL, as it does for TinyXML.
+///
+/// The depth of a text that TinyXML accepts is exact; for one that it refuses half-way, the depth
+/// may count elements that it will not reach. Stops as soon as `enough` levels are found. Takes
+/// linear time and no memory. Any thread may call it.
+XmlOutline OutlineXml(std::string_view text, std::size_t enough);
+
+/// Whether `text` ends inside a UTF-8 character. TinyXML would step over the end of such a text.
+bool EndsInsideCharacter(std::string_view text);
+
+}  // namespace kennly
