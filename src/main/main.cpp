@@ -1,0 +1,5 @@
+#include "main/Daemon.h"
+
+int main(int argc, char* argv[]) {
+    return kennly::RunDaemon(argc, argv);
+}
