@@ -1,0 +1,34 @@
+# kennly_unit_test(<folder>/<Name>Test [WRAP function...] [WITH stand-in...] [TIMEOUT seconds] [LABEL label])
+#
+# One executable and one CTest entry from <folder>/<Name>Test.cpp below the current directory.
+# WRAP:  C functions that the test replaces when linking; it defines __wrap_<function>.
+# WITH:  stand-ins of tests/support: RecordedLog (records what goes to the system log), RecordedPauses
+#        (records pauses instead of sleeping), FailingAllocation (makes operator new fail on demand).
+function(kennly_unit_test path)
+    cmake_parse_arguments(ARG "" "TIMEOUT;LABEL" "WRAP;WITH" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 60)
+    endif()
+    if(NOT ARG_LABEL)
+        set(ARG_LABEL unit)
+    endif()
+    string(REPLACE "/" "_" target ${ARG_LABEL}_${path})
+    get_filename_component(name ${path} NAME)
+
+    add_executable(${target} ${path}.cpp)
+    foreach(stand_in IN LISTS ARG_WITH)
+        target_link_libraries(${target} PRIVATE kennly_${stand_in})
+    endforeach()
+    foreach(function IN LISTS ARG_WRAP)
+        target_link_options(${target} PRIVATE -Wl,--wrap=${function})
+    endforeach()
+    target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    target_link_libraries(${target} PRIVATE kennlycore GTest::gmock GTest::gtest GTest::gtest_main)
+    if(ARG_LABEL STREQUAL "system")
+        target_link_libraries(${target} PRIVATE kennly_sandbox)
+        target_compile_definitions(${target} PRIVATE KENNLY_PROGRAM="$<TARGET_FILE:kennly>")
+        add_dependencies(${target} kennly)
+    endif()
+    add_test(NAME ${ARG_LABEL}/${path} COMMAND ${target})
+    set_tests_properties(${ARG_LABEL}/${path} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})
+endfunction()

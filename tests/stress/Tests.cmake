@@ -1,0 +1,1 @@
+# many rounds at once

@@ -1,0 +1,127 @@
+#include "support/RecordedLog.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <stdexcept>
+
+#include "main/Log.h"
+
+namespace kennly::test {
+
+namespace {
+
+// Never destroyed: threads that a test leaves behind may log while the process exits.
+struct Recording {
+    std::mutex mutex;
+    std::vector<RecordedLine> lines;
+    RecordedConnection connection;
+    bool throws = false;
+};
+
+Recording& TheRecording() {
+    static Recording& recording = *new Recording;
+    return recording;
+}
+
+RecordedLine Line(int priority, const std::string& text) {
+    return {priority, std::to_string(getpid()) + ":" + roleTag + ": " + text + "\n"};
+}
+
+void Record(int priority, const char* format, va_list arguments) {
+    char text[4096];
+    const int length = std::vsnprintf(text, sizeof(text), format, arguments);
+    Recording& recording = TheRecording();
+    const std::lock_guard lock(recording.mutex);
+    if (recording.throws) {
+        throw std::runtime_error("the log has failed");
+    }
+    if (length < 0 || static_cast<std::size_t>(length) >= sizeof(text)) {
+        recording.lines.push_back({priority, "(a line too long to be recorded)"});
+        return;
+    }
+    recording.lines.push_back({priority, text});
+}
+
+}  // namespace
+
+bool operator==(const RecordedLine& a, const RecordedLine& b) {
+    return a.priority == b.priority && a.text == b.text;
+}
+
+std::ostream& operator<<(std::ostream& out, const RecordedLine& line) {
+    return out << "priority " << line.priority << " \"" << line.text << "\"";
+}
+
+RecordedLine Error(const std::string& text) {
+    return Line(LOG_ERR, text);
+}
+
+RecordedLine Debug(const std::string& text) {
+    return Line(LOG_DEBUG, text);
+}
+
+std::vector<RecordedLine> RecordedLines() {
+    Recording& recording = TheRecording();
+    const std::lock_guard lock(recording.mutex);
+    return recording.lines;
+}
+
+void ForgetLog() {
+    Recording& recording = TheRecording();
+    const std::lock_guard lock(recording.mutex);
+    recording.lines.clear();
+}
+
+void MakeSyslogThrow(bool throws) {
+    Recording& recording = TheRecording();
+    const std::lock_guard lock(recording.mutex);
+    recording.throws = throws;
+}
+
+RecordedConnection LogConnection() {
+    Recording& recording = TheRecording();
+    const std::lock_guard lock(recording.mutex);
+    return recording.connection;
+}
+
+}  // namespace kennly::test
+
+extern "C" {
+
+void __wrap_syslog(int priority, const char* format, ...);
+void __wrap___syslog_chk(int priority, int flag, const char* format, ...);
+void __wrap_openlog(const char* identity, int options, int facility);
+void __wrap_closelog();
+
+void __wrap_syslog(int priority, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    kennly::test::Record(priority, format, arguments);
+    va_end(arguments);
+}
+
+void __wrap___syslog_chk(int priority, int /*flag*/, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    kennly::test::Record(priority, format, arguments);
+    va_end(arguments);
+}
+
+void __wrap_openlog(const char* identity, int options, int facility) {
+    kennly::test::Recording& recording = kennly::test::TheRecording();
+    const std::lock_guard lock(recording.mutex);
+    recording.connection.identity = identity;
+    recording.connection.options = options;
+    recording.connection.facility = facility;
+}
+
+void __wrap_closelog() {
+    kennly::test::Recording& recording = kennly::test::TheRecording();
+    const std::lock_guard lock(recording.mutex);
+    ++recording.connection.closed;
+}
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+namespace kennly::test {
+
+/// Asks `condition` every 10 ms until it holds or `limit` has passed.
+///
+/// Asks at least once, and once more after the limit, so that a slow machine gets its last chance.
+/// Returns whether the condition held.
+template <class F>
+bool WaitUntil(F condition, std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (condition()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return condition();
+}
+
+}  // namespace kennly::test

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+namespace kennly::test {
+
+/// A directory of its own for one test; removed with all its content at the end.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory() {
+        std::string pattern = std::filesystem::temp_directory_path() / "kennly-test-XXXXXX";
+        if (mkdtemp(pattern.data()) == nullptr) {
+            throw std::runtime_error("no temporary directory: " + pattern);
+        }
+        path_ = pattern;
+    }
+
+    ~TemporaryDirectory() {
+        std::error_code ignored;  // the worst that can stay behind is an empty directory
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    /// The path of the entry `name`; need not exist.
+    std::string Path(const std::string& name) const { return path_ / name; }
+
+    /// Writes a file and returns its path.
+    std::string Write(const std::string& name, const std::string& content) const {
+        std::ofstream file(Path(name), std::ios::binary | std::ios::trunc);
+        file << content;
+        if (!file.flush()) {
+            throw std::runtime_error("cannot write " + Path(name));
+        }
+        return Path(name);
+    }
+
+    /// The content of the file `name`; empty when there is none.
+    std::string Read(const std::string& name) const {
+        std::ifstream file(Path(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+private:
+    std::filesystem::path path_;
+};
+
+}  // namespace kennly::test

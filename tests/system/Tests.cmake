@@ -1,0 +1,1 @@
+# tests that start the real program

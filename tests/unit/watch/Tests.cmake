@@ -1,0 +1,1 @@
+kennly_unit_test(watch/DogCheckCommandWatchTest WITH RecordedLog WRAP system)
