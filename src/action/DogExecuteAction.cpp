@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <initializer_list>
 
@@ -40,13 +41,11 @@ std::int32_t DogExecuteAction::Start() const {
 }
 
 bool DogExecuteAction::IsBlocked() const {
-    for (const std::string* path : {&blockAction, &blockAction2, &blockAction3}) {
+    const auto paths = {&blockAction, &blockAction2, &blockAction3};
+    return std::any_of(paths.begin(), paths.end(), [](const std::string* path) {
         // A file that exists holds the remedy back even if it cannot be read.
-        if (!path->empty() && access(path->c_str(), F_OK) == 0) {
-            return true;
-        }
-    }
-    return false;
+        return !path->empty() && access(path->c_str(), F_OK) == 0;
+    });
 }
 
 }  // namespace kennly

@@ -30,7 +30,7 @@ private:
 
 // Returns false when the file cannot be read to its end.
 bool ReadToEnd(int descriptor, std::string& content) {
-    constexpr std::size_t chunk = 64 * 1024;
+    constexpr std::size_t chunk = 65536;
     for (;;) {
         const std::size_t have = content.size();
         content.resize(have + chunk);

@@ -28,7 +28,7 @@ bool ThreadPool::IJob::HasSucceeded() const {
 }
 
 ThreadPool::ThreadPool(std::uint32_t threadCount,
-                       std::shared_ptr<IThreadInitialisation> initialisation)
+                       const std::shared_ptr<IThreadInitialisation>& initialisation)
     : threadCount_(threadCount) {
     try {
         StartWorkers(initialisation);

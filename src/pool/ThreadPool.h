@@ -85,7 +85,8 @@ public:
     /// Starts `threadCount` workers, without an upper bound. When one cannot be started,
     /// construction ends there: the workers before it keep running and IsCreated is false.
     /// `initialisation` may be null; the workers hold it.
-    ThreadPool(std::uint32_t threadCount, std::shared_ptr<IThreadInitialisation> initialisation);
+    ThreadPool(std::uint32_t threadCount,
+               const std::shared_ptr<IThreadInitialisation>& initialisation);
 
     /// As Destroy.
     virtual ~ThreadPool();

@@ -42,6 +42,7 @@ void* Thread::Enter(void* startArgument) {
         exitValue = static_cast<Thread*>(startArgument)->Run();
     } catch (...) {  // an exception that left a thread would end the process
     }
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a thread hands its exit value over as a pointer
     return reinterpret_cast<void*>(exitValue);
 }
 
