@@ -395,7 +395,9 @@ bool SandboxNamespaces::OpenNamespaces(bool withUserNamespace, std::string& erro
     if (withUserNamespace) {
         userNamespace_ = OpenNamespace(firstProcess_, "user");
     }
-    if (!mountNamespace_.IsOpen() || !processNamespace_.IsOpen() ||
+    const std::string root = "/proc/" + std::to_string(firstProcess_) + "/root";
+    rootDirectory_ = Descriptor(open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!mountNamespace_.IsOpen() || !processNamespace_.IsOpen() || !rootDirectory_.IsOpen() ||
         withUserNamespace != userNamespace_.IsOpen()) {
         error = std::string("cannot reach the sandbox's namespaces: ") + std::strerror(errno);
         return false;

@@ -40,6 +40,8 @@ public:
     int UserNamespace() const { return userNamespace_.Get(); }
     int MountNamespace() const { return mountNamespace_.Get(); }
     int ProcessNamespace() const { return processNamespace_.Get(); }
+    /// The root directory inside, which is not the mount namespace's own when we live in a chroot.
+    int RootDirectory() const { return rootDirectory_.Get(); }
 
 private:
     SandboxNamespaces(pid_t keeper, Descriptor lifeline);
@@ -52,6 +54,7 @@ private:
     Descriptor userNamespace_;
     Descriptor mountNamespace_;
     Descriptor processNamespace_;
+    Descriptor rootDirectory_;
 };
 
 }  // namespace kennly::test

@@ -45,6 +45,7 @@ struct Preparation {
     int userNamespace = -1;
     int mountNamespace = -1;
     int processNamespace = -1;
+    int rootDirectory = -1;
     int status = -1;
     int output = -1;
     int error = -1;
@@ -110,8 +111,9 @@ void PrepareDescriptors(const SandboxNamespaces& namespaces, Preparation& prepar
     prepared.userNamespace = namespaces.UserNamespace();
     prepared.mountNamespace = namespaces.MountNamespace();
     prepared.processNamespace = namespaces.ProcessNamespace();
-    prepared.kept = {prepared.mountNamespace, prepared.processNamespace, prepared.status,
-                     prepared.nullDevice};
+    prepared.rootDirectory = namespaces.RootDirectory();
+    prepared.kept = {prepared.mountNamespace, prepared.processNamespace, prepared.rootDirectory,
+                     prepared.status, prepared.nullDevice};
     for (const int number : {prepared.userNamespace, prepared.output, prepared.error}) {
         if (number >= 0) {
             prepared.kept.push_back(number);
@@ -198,6 +200,10 @@ void EnterNamespaces(const Preparation& prepared) {
         if (number >= 0 && setns(number, 0) != 0) {
             Fail(prepared.status, "enter the sandbox");
         }
+    }
+    // Entering a mount namespace leads to its own root, out of a chroot that we may live in.
+    if (fchdir(prepared.rootDirectory) != 0 || chroot(".") != 0) {
+        Fail(prepared.status, "enter the sandbox's root directory");
     }
 }
 

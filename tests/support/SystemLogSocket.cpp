@@ -16,8 +16,7 @@
 namespace kennly::test {
 namespace {
 
-constexpr std::size_t LargestDatagram =
-    256 * 1024;  // above what a sender's buffer usually lets out
+constexpr std::size_t LargestDatagram = 262144;  // above what a sender's buffer usually lets out
 
 }  // namespace
 
