@@ -30,24 +30,33 @@ using kennly::test::Sandbox;
 using kennly::test::SandboxProcess;
 
 constexpr int Jobs = 100;
-constexpr int Rounds = 5;
+constexpr int Rounds = 3;
 constexpr off_t ChecksARound = 1000;
 const std::string DataDirectory = "/opt/qrv/data/kennly/";
 const std::string CountFile = DataDirectory + "count";
-// Leaves one byte for each run; the braces keep the redirection of the whole command out of it.
-const std::string Command = "{ printf x >>" + CountFile + "; }";
+
+// Each leaves one byte for each run; the braces keep the redirection of the whole command out of
+// it.
+struct CheckCommand {
+    const char* kind;
+    const char* text;
+};
+constexpr CheckCommand Commands[] = {
+    {"a program", "{ grep -q root /etc/passwd; printf x >>/opt/qrv/data/kennly/count; }"},
+    {"a shell builtin", "{ printf x >>/opt/qrv/data/kennly/count; }"},
+};
 
 off_t RunsSoFar(const Sandbox& sandbox) {
     struct stat status = {};
     return stat(sandbox.PathInside(CountFile).c_str(), &status) == 0 ? status.st_size : 0;
 }
 
-std::string Configuration() {
+std::string Configuration(const std::string& command) {
     std::ostringstream text;
     text << "<kennly>";
     for (int i = 0; i < Jobs; ++i) {
         text << "<job name=\"job-" << i << "\" enabled=\"true\">"
-             << "<check type=\"CheckCommandResult\" delay=\"1\"><param value=\"" << Command
+             << "<check type=\"CheckCommandResult\" delay=\"1\"><param value=\"" << command
              << "\"/></check><remedy type=\"Execute\"><param value=\"true\"/></remedy></job>";
     }
     text << "</kennly>";
@@ -84,8 +93,8 @@ double CostOfRuns(const Sandbox& sandbox, const SandboxProcess& process) {
     return time / static_cast<double>(RunsSoFar(sandbox) - runsBefore);
 }
 
-double CostOfLoop(const Sandbox& sandbox, const char* self) {
-    const auto loop = sandbox.Start({self, "loop"});
+double CostOfLoop(const Sandbox& sandbox, const char* self, const char* command) {
+    const auto loop = sandbox.Start({self, "loop", command});
     return CostOfRuns(sandbox, *loop);
 }
 
@@ -99,8 +108,8 @@ double CostOfDaemon(const Sandbox& sandbox) {
     return CostOfRuns(sandbox, *daemon);
 }
 
-[[noreturn]] void RunLoop() {
-    const std::string commandLine = Command + " 1>/dev/null 2>/dev/null";
+[[noreturn]] void RunLoop(const std::string& command) {
+    const std::string commandLine = command + " 1>/dev/null 2>/dev/null";
     for (;;) {
         if (std::system(commandLine.c_str()) != 0) {
             std::exit(1);
@@ -109,10 +118,11 @@ double CostOfDaemon(const Sandbox& sandbox) {
 }
 
 // A fresh sandbox for each measurement, so that the count file starts empty.
-std::unique_ptr<Sandbox> NewSandbox() {
+std::unique_ptr<Sandbox> NewSandbox(const char* command) {
     std::string error;
     auto sandbox = Sandbox::Create(error);
-    if (!sandbox || !sandbox->WriteFile(DataDirectory + "config/kennly.xml", Configuration())) {
+    if (!sandbox ||
+        !sandbox->WriteFile(DataDirectory + "config/kennly.xml", Configuration(command))) {
         throw std::runtime_error("no sandbox: " + error);
     }
     return sandbox;
@@ -123,27 +133,30 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-void Measure(const char* self) {
+void Measure(const char* self, const CheckCommand& command) {
     std::vector<double> ratios;
     for (int round = 1; round <= Rounds; ++round) {
-        const double loop = CostOfLoop(*NewSandbox(), self);
-        const double daemon = CostOfDaemon(*NewSandbox());
+        const double loop = CostOfLoop(*NewSandbox(command.text), self, command.text);
+        const double daemon = CostOfDaemon(*NewSandbox(command.text));
         ratios.push_back(daemon / loop);
-        std::printf("round %d: loop %.0f us a run, daemon %.0f us a check, ratio %.3f\n", round,
-                    loop * 1e6, daemon * 1e6, ratios.back());
+        std::printf("%s, round %d: loop %.0f us a run, daemon %.0f us a check, ratio %.3f\n",
+                    command.kind, round, loop * 1e6, daemon * 1e6, ratios.back());
         std::fflush(stdout);
     }
-    std::printf("%d jobs: median ratio %.3f\n", Jobs, Median(ratios));
+    std::printf("%s, %d jobs: median ratio %.3f\n", command.kind, Jobs, Median(ratios));
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 1 && std::string(argv[1]) == "loop") {
-        RunLoop();
+    if (argc > 2 && std::string(argv[1]) == "loop") {
+        RunLoop(argv[2]);
     }
     try {
-        Measure(std::filesystem::read_symlink("/proc/self/exe").c_str());
+        const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+        for (const CheckCommand& command : Commands) {
+            Measure(self.c_str(), command);
+        }
         return 0;
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "benchmark failed: %s\n", failure.what());
