@@ -46,6 +46,17 @@ bool ReadToEnd(int descriptor, std::string& content) {
     }
 }
 
+// As TinyXML does before it parses: a character that spans such a line end is cut by it.
+void NormaliseLineEnds(std::string& content) {
+    std::size_t to = 0;
+    for (std::size_t from = 0; from < content.size(); ++from) {
+        if (content[from] != '\r' || from + 1 == content.size() || content[from + 1] != '\n') {
+            content[to++] = content[from];
+        }
+    }
+    content.resize(to);
+}
+
 }  // namespace
 
 std::string InspectConfigFile(const char* path) {
@@ -62,6 +73,7 @@ std::string InspectConfigFile(const char* path) {
     if (!ReadToEnd(file.Number(), content)) {
         return {};
     }
+    NormaliseLineEnds(content);
     const XmlOutline outline = OutlineXml(content, MaxNesting + 1);
     if (outline.depth > MaxNesting) {
         return "elements nested too deep";

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 
 namespace kennly {
 
@@ -38,6 +39,53 @@ bool ContinuesName(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return BeginsName(c) || std::isdigit(byte) != 0 || c == '-' || c == '.' || c == ':';
 }
+
+bool IsDigit(char c, bool hexadecimal) {
+    const auto byte = static_cast<unsigned char>(c);
+    return (hexadecimal ? std::isxdigit(byte) : std::isdigit(byte)) != 0;
+}
+
+// How the value of an attribute begins: as much as it takes to tell an encoding.
+class ValueStart {
+public:
+    bool NamesUtf8() const {
+        return text_[0] == '\0' || strncasecmp(text_, "UTF-8", 5) == 0 ||
+               strncasecmp(text_, "UTF8", 4) == 0;
+    }
+
+    void Append(char c) {
+        if (size_ < sizeof(text_) - 1) {
+            text_[size_++] = c;
+        }
+    }
+
+    // Appends what TinyXML makes of `read`, which is one byte or a whole "&#...;". It drops an '&'
+    // that begins nothing; those that begin a name have no place in an encoding.
+    void AppendDecoded(std::string_view read) {
+        if (read.front() != '&') {
+            Append(read.front());
+        } else if (read.size() > 1) {
+            const bool isHexadecimal = read[2] == 'x';
+            Append(
+                CharacterFromDigits(read.substr(read.find_last_of(isHexadecimal ? 'x' : '#') + 1),
+                                    isHexadecimal ? 16 : 10));
+        }
+    }
+
+private:
+    // Only the low byte of the number counts.
+    static char CharacterFromDigits(std::string_view digits, unsigned base) {
+        unsigned number = 0;
+        for (const char digit : digits.substr(0, digits.find(';'))) {
+            const char value[] = {digit, '\0'};
+            number = number * base + static_cast<unsigned>(std::strtoul(value, nullptr, 16));
+        }
+        return static_cast<char>(number);
+    }
+
+    char text_[6] = {};
+    std::size_t size_ = 0;
+};
 
 // Walks through a text the way TinyXML's recursive parser does, keeping only the number of elements
 // that are open.
@@ -78,7 +126,35 @@ private:
         Skip(found == std::string_view::npos ? rest_.size() : found + what.size());
     }
 
-    void SkipCharacter() { Skip(outline_.isUtf8 ? CharacterLength(rest_.front()) : 1); }
+    void SkipCharacter() {
+        if (StartsWith("&#") && rest_.size() > 2) {
+            SkipNumberedCharacter();
+        } else {
+            Skip(outline_.isUtf8 ? CharacterLength(rest_.front()) : 1);
+        }
+    }
+
+    // TinyXML looks for the next ';', wherever that may be, and reads the digits before it
+    // backwards; it leaves out, unread, whatever stands between them and the "&#". Without a ';' or
+    // with anything but digits behind the last mark, it gives up.
+    void SkipNumberedCharacter() {
+        const bool isHexadecimal = rest_[2] == 'x';
+        const char mark = isHexadecimal ? 'x' : '#';
+        const std::size_t end = rest_.find(';', isHexadecimal ? 3 : 2);
+        if (end == std::string_view::npos) {
+            rest_ = {};
+            return;
+        }
+        std::size_t digit = end - 1;
+        while (rest_[digit] != mark && IsDigit(rest_[digit], isHexadecimal)) {
+            --digit;
+        }
+        if (rest_[digit] == mark) {
+            Skip(end + 1);
+        } else {
+            rest_ = {};
+        }
+    }
 
     // In UTF-8, byte order marks and two characters that must not occur count as blanks.
     bool AtUtf8Blank() const {
@@ -133,7 +209,7 @@ private:
     }
 
     void ScanDeclaration() {
-        std::string_view encoding;
+        ValueStart encoding;
         Skip(5);
         while (!rest_.empty() && rest_.front() != '>') {
             SkipBlanks();
@@ -149,16 +225,20 @@ private:
         }
         Skip(1);
         if (open_ == 0) {
-            SettleEncoding(encoding.empty() || strncasecmp(encoding.data(), "UTF-8", 5) == 0 ||
-                           strncasecmp(encoding.data(), "UTF8", 4) == 0);
+            SettleEncoding(encoding.NamesUtf8());
         }
     }
 
     // Stands behind "<". Leaves the element open unless the tag closes it itself.
     void ScanStartTag() {
-        SkipName();
         ++open_;
         outline_.depth = std::max(outline_.depth, open_);
+        SkipBlanks();  // those of UTF-8, which also look like the begin of a name
+        if (rest_.empty() || !BeginsName(rest_.front())) {
+            rest_ = {};
+            return;
+        }
+        SkipName();
         while (!rest_.empty()) {
             SkipBlanks();
             if (rest_.empty()) {
@@ -188,7 +268,7 @@ private:
     }
 
     // Stands at the attribute's name; returns the value. A text that is no attribute ends the scan.
-    std::string_view ScanAttribute() {
+    ValueStart ScanAttribute() {
         SkipName();
         SkipBlanks();
         if (rest_.empty() || rest_.front() != '=') {
@@ -204,24 +284,30 @@ private:
         return quote == '"' || quote == '\'' ? ScanQuoted(quote) : ScanBareValue();
     }
 
-    std::string_view ScanQuoted(char quote) {
+    ValueStart ScanQuoted(char quote) {
+        ValueStart value;
         Skip(1);
-        const std::string_view begin = rest_;
         while (!rest_.empty() && rest_.front() != quote) {
+            const std::string_view before = rest_;
             SkipCharacter();
+            value.AppendDecoded(before.substr(0, before.size() - rest_.size()));
         }
-        const std::string_view value = begin.substr(0, begin.size() - rest_.size());
         Skip(1);
         return value;
     }
 
-    std::string_view ScanBareValue() {
-        const std::string_view begin = rest_;
+    ValueStart ScanBareValue() {
+        ValueStart value;
         while (!rest_.empty() && !IsBlank(rest_.front()) && rest_.front() != '/' &&
                rest_.front() != '>') {
+            if (rest_.front() == '"' || rest_.front() == '\'') {
+                rest_ = {};  // TinyXML takes it for an end without a begin and gives up
+                return value;
+            }
+            value.Append(rest_.front());
             Skip(1);
         }
-        return begin.substr(0, begin.size() - rest_.size());
+        return value;
     }
 
     std::string_view rest_;

@@ -12,7 +12,8 @@ struct XmlOutline {
 };
 
 /// Outlines `text` as TinyXML will read it, well-formed or not: where it finds elements, and by
-/// which characters it steps. The text ends at its first NUL, as it does for TinyXML.
+/// which characters it steps. Line ends are to be normalised, as TinyXML normalises those of a
+/// file. The text ends at its first NUL, as it does for TinyXML.
 ///
 /// The depth of a text that TinyXML accepts is exact; for one that it refuses half-way, the depth
 /// may count elements that it will not reach. Stops as soon as `enough` levels are found. Takes
