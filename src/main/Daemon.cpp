@@ -71,6 +71,7 @@ void CloseStandardDescriptors() {
     if (childMode) {
         InstallChildSignals();
     }
+    ResetInheritedSignals();  // a signal that is pending already finds its handler
     tzset();
     child_main();
 }
@@ -80,7 +81,6 @@ void CloseStandardDescriptors() {
 int RunDaemon(int argumentCount, char** arguments) {
     try {
         OpenLog();
-        ResetInheritedSignals();
         ForgetRole();
         if (!ReadArguments(argumentCount, arguments)) {
             return 1;

@@ -7,7 +7,8 @@ void OnTerminate(int signal);
 
 /// Makes a start under any launcher alike: SIGCHLD at its default (ignored, the exit statuses of
 /// commands would be lost) and no signal blocked (a blocked SIGTERM would never arrive, and
-/// commands inherit the mask). Main thread only, before any other thread exists.
+/// commands inherit the mask). Comes after the dispositions of the role, because a signal that
+/// waits behind the mask is delivered at once. Main thread only, before any other thread exists.
 void ResetInheritedSignals();
 
 /// The dispositions of a foreground process: SIGINT, SIGQUIT, SIGHUP, SIGTERM, SIGUSR1 and SIGUSR2

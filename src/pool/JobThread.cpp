@@ -16,7 +16,7 @@ void RunJob(ThreadPool::IJob& job, std::uint32_t context) {
     } catch (...) {  // a waitable job tells its submitter; nobody waits for the others
         succeeded = false;
     }
-    if (waitable && !closingDown) {
+    if (waitable && !closingDown) {  // a submitter that shuts down waits no longer
         job.SetFinished(succeeded);
     }
 }
@@ -41,7 +41,7 @@ void ThreadPool::JobThread::AddJob(std::shared_ptr<IJob> job) {
     AutoLock lock(&queueLock_);
     queue_.push_back(std::move(job));
     wakeEvent_.Set();
-    // Nobody will run it any more: whoever waits for its end must not wait for ever.
+    // Nobody will run it any more, so it must not stay in a registry that others wait for.
     if (ended_ && queue_.back()) {
         queue_.back()->GivenUp();
     }
@@ -105,7 +105,7 @@ bool ThreadPool::JobThread::WaitForJob() {
 
 bool ThreadPool::JobThread::TakeJob(std::shared_ptr<IJob>& job) {
     AutoLock lock(&queueLock_);
-    if (queue_.empty()) {
+    if (queue_.empty()) {  // a wake with nothing queued cannot come about; the worker ends by it
         Stop();
         return false;
     }

@@ -67,6 +67,8 @@ std::shared_ptr<ThreadPool::JobThread> ThreadPool::TakeWorkerOut(std::size_t ind
 void ThreadPool::AddJob(std::uint32_t workerIndex, std::shared_ptr<IJob> job) {
     if (const std::shared_ptr<JobThread> worker = WorkerAt(workerIndex)) {
         worker->AddJob(std::move(job));
+    } else if (workerIndex < threadCount_ && job) {
+        job->GivenUp();  // its worker is gone, and whoever waits for its end must not wait for ever
     }
 }
 
@@ -85,7 +87,7 @@ void ThreadPool::Destroy() {
     for (std::size_t i = 0; i < workers_.size(); ++i) {
         // Joined while it still stands in its slot: a job that runs meanwhile may queue on it.
         if (const std::shared_ptr<JobThread> worker = WorkerAt(i)) {
-            worker->Join();
+            worker->Join();  // should it fail, there is nothing left to wait for
             TakeWorkerOut(i);
         }
     }

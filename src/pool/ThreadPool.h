@@ -29,8 +29,11 @@ public:
     /// Ownership: queue and worker hold a job while they use it. One that is not waitable belongs
     /// to the pool once it is queued, which destroys it after its run; a waitable one is marked
     /// finished instead and lives until its submitter has given up its own hold as well.
+    /// Deliberate: once the process shuts down it is not even marked, because its submitter no
+    /// longer waits.
     class IJob {
     public:
+        /// With `waitable` the submitter keeps the job after its run, else it hands the job over.
         explicit IJob(bool waitable);
         virtual ~IJob() = default;
         IJob(const IJob&) = delete;
@@ -40,9 +43,9 @@ public:
         /// leaves it makes a waitable job fail and is not reported.
         virtual void Run(std::uint32_t context) = 0;
 
-        /// Called instead of Run, by whichever thread finds out, when a worker took the job over
-        /// and will never run it. Called under the worker's queue lock: it must be short and must
-        /// not queue anything.
+        /// Called instead of Run, by whichever thread finds out, when the job's worker will never
+        /// run it. May be called under the worker's queue lock: it must be short and must not queue
+        /// anything.
         virtual void GivenUp() noexcept {}
 
         /// Whether the submitter keeps the job after its run.
@@ -94,13 +97,14 @@ public:
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
 
-    /// Queues `job` on the worker with the index given. Deliberate: with an index outside the pool
-    /// it does nothing at all, and the caller is not told.
+    /// Queues `job` on the worker with the index given; a job for a worker that is gone already is
+    /// given up. Deliberate: with an index outside the pool it does nothing at all, and the caller
+    /// is not told.
     virtual void AddJob(std::uint32_t workerIndex, std::shared_ptr<IJob> job);
 
     /// Stops all workers, then joins and gives up one after the other. A job that runs is waited
-    /// for, unless the process is shutting down; queued jobs are given up. A second call does
-    /// nothing.
+    /// for, unless the process is shutting down. Queued jobs do not run: waitable ones end finished
+    /// without success, the others are destroyed. A second call does nothing.
     void Destroy();
 
     /// Whether every worker was started.
@@ -114,7 +118,8 @@ private:
     CriticalSection lock_{true};
     bool destroyed_ = false;  // guarded by lock_
     bool created_ = false;    // written by the constructor only
-    // Guarded by lock_. A slot is empty when its worker could not be started or was given up.
+    // Guarded by lock_ once the pool is built; only the owner changes the size. A slot is empty
+    // when its worker could not be started or was given up.
     std::vector<std::shared_ptr<JobThread>> workers_;
     const std::uint32_t threadCount_;
 };
@@ -123,7 +128,7 @@ private:
 ///
 /// It waits for work without polling and ends for good when it is told to stop, when its Initialise
 /// throws or when a wait fails. A worker that has ended is not replaced; what is queued on it
-/// afterwards is given up at once and never runs.
+/// afterwards stays queued, is given up at once, and deliberately is not marked finished.
 ///
 /// Threads: AddJob, Stop and HasJobs may be called from any thread.
 /// Ownership: held by the pool and, when it was started through StartNew, by its own thread.
@@ -132,7 +137,8 @@ public:
     /// Does not start the thread.
     explicit JobThread(std::shared_ptr<IThreadInitialisation> initialisation);
 
-    /// Neither stops nor joins the thread. Jobs still queued are given up by the queue, not marked.
+    /// Neither stops nor joins the thread. The hold on jobs still queued ends, and that is all that
+    /// happens to them.
     ~JobThread() override = default;
 
     /// A worker whose thread runs and holds it, or null when the thread could not be created.

@@ -7,6 +7,11 @@
 
 namespace kennly {
 
+/// The three workers of a job, counted from its first one, which runs its cycle.
+inline constexpr std::int32_t WorkersPerJob = 3;
+inline constexpr std::int32_t CheckWorkerOffset = 1;
+inline constexpr std::int32_t RemedyWorkerOffset = 2;
+
 /// The daemon's pool: job number k, counted from 0 in file order, has worker 3k for its cycle, 3k+1
 /// for its checks and 3k+2 for its remedies.
 ///
@@ -20,6 +25,7 @@ public:
         void Uninitialise(std::uint32_t /*context*/) override {}
     };
 
+    /// Starts the workers; all of them or, see IsCreated, the first ones. Throws std::bad_alloc.
     explicit WatchDogThreadPool(std::uint32_t threadCount);
 };
 

@@ -12,6 +12,7 @@ namespace kennly {
 /// Ownership: whoever creates it destroys it, when no thread waits for it any more.
 class Event {
 public:
+    /// An event that is set, or not yet.
     explicit Event(bool initiallySet);
     virtual ~Event();
     Event(const Event&) = delete;

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <memory>
-#include <utility>
+
+#include "sync/AutoLock.h"
+#include "sync/CriticalSection.h"
 
 namespace kennly {
 
@@ -22,16 +24,24 @@ public:
     static SharedSlot& NewForEver() { return *new SharedSlot; }
 
     /// A hold on the object, or null when the slot is empty.
-    std::shared_ptr<T> Hold() const { return std::atomic_load(&object_); }
+    std::shared_ptr<T> Hold() const {
+        AutoLock lock(&lock_);
+        return object_;
+    }
 
     /// Puts `object` in the place of what the slot held; null empties it.
-    void Put(std::shared_ptr<T> object) { std::atomic_store(&object_, std::move(object)); }
+    void Put(std::shared_ptr<T> object) {
+        AutoLock lock(&lock_);
+        object_.swap(object);
+        lock.Release();  // what the slot held may take its time to be destroyed
+    }
 
 private:
     SharedSlot() = default;
     ~SharedSlot() = default;
 
-    std::shared_ptr<T> object_;
+    mutable CriticalSection lock_{true};
+    std::shared_ptr<T> object_;  // guarded by lock_
 };
 
 }  // namespace kennly

@@ -28,7 +28,8 @@ public:
     /// which is not logged. Not to be called twice.
     bool Start();
 
-    /// Waits for the thread to end. Returns true when it was joined.
+    /// Waits for the thread to end. Returns whether it was joined; false when the system refused
+    /// to.
     ///
     /// Deliberate: while `closingDown` is set, or as soon as it becomes set, returns true without
     /// having joined: no shutdown waits for a thread. Not to be called after a failed Start.

@@ -18,10 +18,12 @@ public:
     ///
     /// With `anyNonZeroFails` every exit status but 0 is a failure, without it only
     /// `runActionResult` is. Deliberate: a shell ended by a signal counts as exit status 0, a
-    /// command that cannot be found or run as the shell's 127 or 126.
+    /// command that cannot be found or run as the shell's 127 or 126. A shell that cannot be
+    /// started at all is 127 as well.
     ///
     /// Returns ResultNotEvaluated with one logged line when there is not exactly one parameter,
-    /// when that is empty, when no shell could be started and when anything throws.
+    /// when that is empty, when system() itself fails (the exit status was lost) and when anything
+    /// throws.
     std::int32_t DoWatch() override;
 
     bool anyNonZeroFails = true;
