@@ -1,1 +1,10 @@
 # tests of src/config
+kennly_unit_test(config/ConfigLoadTest WITH RecordedLog FailingAllocation)
+kennly_unit_test(config/ConfigReloadTest WITH RecordedLog FailingAllocation)
+kennly_unit_test(config/DogConfigTest WITH RecordedLog)
+kennly_unit_test(config/ElementParserTest WITH RecordedLog)
+kennly_unit_test(config/FileInspectionTest WITH FailingAllocation WRAP read)
+kennly_unit_test(config/FileTimeTest)
+kennly_unit_test(config/NumberTest)
+kennly_unit_test(config/TheConfigTest WITH RecordedLog)
+kennly_unit_test(config/XmlOutlineTest)
