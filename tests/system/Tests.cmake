@@ -1,1 +1,16 @@
-# tests that start the real program
+# Each starts the program in sandboxes of its own and mostly waits, so that all may run at once.
+kennly_unit_test(StartTest LABEL system TIMEOUT 120)
+kennly_unit_test(RoleTest LABEL system TIMEOUT 120)
+kennly_unit_test(EndTest LABEL system TIMEOUT 120)
+kennly_unit_test(HeartbeatTest LABEL system TIMEOUT 120)
+kennly_unit_test(LoadTest LABEL system TIMEOUT 120)
+kennly_unit_test(ReloadTest LABEL system TIMEOUT 120)
+kennly_unit_test(RebuildTest LABEL system TIMEOUT 120)
+kennly_unit_test(BrokenFileTest LABEL system TIMEOUT 120)
+kennly_unit_test(MissingFileTest LABEL system TIMEOUT 120)
+kennly_unit_test(LoadErrorLimitTest LABEL system TIMEOUT 120)
+kennly_unit_test(CycleTest LABEL system TIMEOUT 120)
+kennly_unit_test(CheckTest LABEL system TIMEOUT 120)
+kennly_unit_test(ThrottleTest LABEL system TIMEOUT 120)
+kennly_unit_test(RemedyTest LABEL system TIMEOUT 120)
+kennly_unit_test(CommandTest LABEL system TIMEOUT 120)
