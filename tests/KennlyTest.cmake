@@ -3,7 +3,8 @@
 # One executable and one CTest entry from <folder>/<Name>Test.cpp below the current directory.
 # WRAP:  C functions that the test replaces when linking; it defines __wrap_<function>.
 # WITH:  stand-ins of tests/support: RecordedLog (records what goes to the system log), RecordedPauses
-#        (records pauses instead of sleeping), FailingAllocation (makes operator new fail on demand).
+#        (records pauses instead of sleeping), FailingAllocation (makes operator new fail on demand),
+#        ScriptedShell (records the command lines of system() and answers them on demand).
 function(kennly_unit_test path)
     cmake_parse_arguments(ARG "" "TIMEOUT;LABEL" "WRAP;WITH" ${ARGN})
     if(NOT ARG_TIMEOUT)

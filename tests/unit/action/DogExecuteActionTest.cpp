@@ -17,29 +17,8 @@
 #include "support/FailingAllocation.h"
 #include "support/RecordedLog.h"
 #include "support/SandboxPolling.h"
+#include "support/ScriptedShell.h"
 #include "support/TemporaryDirectory.h"
-
-namespace {
-
-// Stands in for the shell while `scripted` is set.
-struct Shell {
-    bool scripted = false;
-    int result = 0;
-    std::vector<std::string> commandLines;
-} shell;
-
-}  // namespace
-
-extern "C" {
-
-int __real_system(const char* commandLine);
-int __wrap_system(const char* commandLine);
-
-int __wrap_system(const char* commandLine) {
-    shell.commandLines.emplace_back(commandLine);
-    return shell.scripted ? shell.result : __real_system(commandLine);
-}
-}
 
 namespace kennly::test {
 

@@ -1,4 +1,4 @@
 kennly_unit_test(action/CreateActionTest)
 kennly_unit_test(action/DogActionTest WITH RecordedLog)
-kennly_unit_test(action/DogExecuteActionTest WITH RecordedLog FailingAllocation WRAP system)
+kennly_unit_test(action/DogExecuteActionTest WITH RecordedLog FailingAllocation ScriptedShell)
 kennly_unit_test(action/ProcessActionTest WITH RecordedLog)

@@ -12,34 +12,8 @@
 #include "job/ResultCode.h"
 #include "support/FailingAllocation.h"
 #include "support/RecordedLog.h"
+#include "support/ScriptedShell.h"
 #include "support/TemporaryDirectory.h"
-
-namespace {
-
-// Stands in for the shell while `scripted` is set.
-struct Shell {
-    bool scripted = false;
-    int result = 0;
-    int error = 0;
-    std::vector<std::string> commandLines;
-} shell;
-
-}  // namespace
-
-extern "C" {
-
-int __real_system(const char* commandLine);
-int __wrap_system(const char* commandLine);
-
-int __wrap_system(const char* commandLine) {
-    shell.commandLines.emplace_back(commandLine);
-    if (!shell.scripted) {
-        return __real_system(commandLine);
-    }
-    errno = shell.error;
-    return shell.result;
-}
-}
 
 namespace kennly::test {
 

@@ -1,4 +1,4 @@
-#include "pool/WatchProcessingTask.h"
+#include "pool/ResultTask.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -8,11 +8,14 @@
 #include <stdexcept>
 #include <string>
 
+#include "action/ProcessAction.h"
+#include "pool/ActionProcessingTask.h"
+#include "pool/WatchProcessingTask.h"
 #include "watch/ProcessWatch.h"
 
 namespace {
 
-std::function<std::int32_t(const std::string&)> check;  // what ProcessWatch does
+std::function<std::int32_t(const std::string&)> step;  // what the task runs
 std::function<void()> whenARegistryBecomesEmpty;
 
 }  // namespace
@@ -20,7 +23,11 @@ std::function<void()> whenARegistryBecomesEmpty;
 namespace kennly {
 
 std::int32_t ProcessWatch(const std::string& jobName) {
-    return check(jobName);
+    return step("check of " + jobName);
+}
+
+std::int32_t ProcessAction(const std::string& jobName) {
+    return step("remedy of " + jobName);
 }
 
 }  // namespace kennly
@@ -40,34 +47,42 @@ int __wrap_pthread_cond_broadcast(pthread_cond_t* variable) {
 
 namespace kennly::test {
 
-class WatchProcessingTaskTest : public ::testing::Test {
+namespace {
+
+std::int32_t Step(const std::string& jobName) {
+    return step(jobName);
+}
+
+}  // namespace
+
+class ResultTaskTest : public ::testing::Test {
 protected:
-    WatchProcessingTaskTest() {
+    ResultTaskTest() {
         registry->Register("web");
-        check = [](const std::string& /*jobName*/) {
+        step = [](const std::string& /*jobName*/) {
             return ResultHealthy;
         };
     }
-    ~WatchProcessingTaskTest() override {
-        check = nullptr;
+    ~ResultTaskTest() override {
+        step = nullptr;
         whenARegistryBecomesEmpty = nullptr;
     }
 
     const std::shared_ptr<TaskRegistry> registry = std::make_shared<TaskRegistry>();
-    WatchProcessingTask task{registry, "web"};
+    ResultTask<Step> task{registry, "web"};
 };
 
-TEST_F(WatchProcessingTaskTest, IsWaitableAndWithoutAResultUntilItRuns) {
+TEST_F(ResultTaskTest, IsWaitableAndWithoutAResultUntilItRuns) {
     EXPECT_TRUE(task.IsWaitable());
     EXPECT_EQ(task.Result(), ResultNotEvaluated);
     EXPECT_FALSE(registry->IsEmpty());
 }
 
-TEST_F(WatchProcessingTaskTest, KeepsWhatTheCheckReturns) {
+TEST_F(ResultTaskTest, KeepsWhatItsStepReturns) {
     for (const std::int32_t result : {1, 0, -1, 77}) {
         SCOPED_TRACE(result);
         std::string name;
-        check = [&](const std::string& jobName) {
+        step = [&](const std::string& jobName) {
             name = jobName;
             return result;
         };
@@ -77,12 +92,12 @@ TEST_F(WatchProcessingTaskTest, KeepsWhatTheCheckReturns) {
     }
 }
 
-TEST_F(WatchProcessingTaskTest, IsRegisteredAndWithoutAResultWhileTheCheckRuns) {
+TEST_F(ResultTaskTest, IsRegisteredAndWithoutAResultWhileItsStepRuns) {
     task.Run(0);  // leaves a result behind
     registry->Register("web");
     std::int32_t during = ResultHealthy;
     bool registered = false;
-    check = [&](const std::string& jobName) {
+    step = [&](const std::string& jobName) {
         during = task.Result();
         registered = !registry->Register(jobName);
         return ResultFailed;
@@ -95,7 +110,7 @@ TEST_F(WatchProcessingTaskTest, IsRegisteredAndWithoutAResultWhileTheCheckRuns) 
     EXPECT_TRUE(registry->IsEmpty());
 }
 
-TEST_F(WatchProcessingTaskTest, StoresItsResultBeforeItLeavesTheRegistry) {
+TEST_F(ResultTaskTest, StoresItsResultBeforeItLeavesTheRegistry) {
     std::int32_t resultOnLeaving = 99;
     whenARegistryBecomesEmpty = [&] {
         resultOnLeaving = task.Result();
@@ -106,11 +121,11 @@ TEST_F(WatchProcessingTaskTest, StoresItsResultBeforeItLeavesTheRegistry) {
     EXPECT_EQ(resultOnLeaving, ResultHealthy);
 }
 
-TEST_F(WatchProcessingTaskTest, HasNoResultWhenTheCheckThrowsAndLeavesTheRegistry) {
+TEST_F(ResultTaskTest, HasNoResultWhenItsStepThrowsAndLeavesTheRegistry) {
     task.Run(0);
     registry->Register("web");
-    check = [](const std::string& /*jobName*/) -> std::int32_t {
-        throw std::runtime_error("from the check");
+    step = [](const std::string& /*jobName*/) -> std::int32_t {
+        throw std::runtime_error("from the step");
     };
 
     EXPECT_NO_THROW(task.Run(0));
@@ -119,14 +134,14 @@ TEST_F(WatchProcessingTaskTest, HasNoResultWhenTheCheckThrowsAndLeavesTheRegistr
     EXPECT_TRUE(registry->IsEmpty());
 }
 
-TEST_F(WatchProcessingTaskTest, LeavesTheRegistryWithoutAResultWhenItIsGivenUp) {
+TEST_F(ResultTaskTest, LeavesTheRegistryWithoutAResultWhenItIsGivenUp) {
     task.GivenUp();
 
     EXPECT_TRUE(registry->IsEmpty());
     EXPECT_EQ(task.Result(), ResultNotEvaluated);
 }
 
-TEST_F(WatchProcessingTaskTest, LeavesOtherJobsRegistered) {
+TEST_F(ResultTaskTest, LeavesOtherJobsRegistered) {
     registry->Register("mail");
 
     task.Run(0);
@@ -135,11 +150,24 @@ TEST_F(WatchProcessingTaskTest, LeavesOtherJobsRegistered) {
     EXPECT_TRUE(registry->Register("web"));
 }
 
-TEST(WatchProcessingTaskOwnershipTest, HoldsItsRegistry) {
+TEST_F(ResultTaskTest, RunsTheCheckOrTheRemedy) {
+    std::string ran;
+    step = [&](const std::string& what) {
+        ran += what + ";";
+        return ResultHealthy;
+    };
+
+    WatchProcessingTask(registry, "web").Run(0);
+    ActionProcessingTask(registry, "web").Run(0);
+
+    EXPECT_EQ(ran, "check of web;remedy of web;");
+}
+
+TEST(ResultTaskOwnershipTest, HoldsItsRegistry) {
     auto registry = std::make_shared<TaskRegistry>();
     const std::weak_ptr<TaskRegistry> observed = registry;
     {
-        const WatchProcessingTask task(registry, "web");
+        const ResultTask<Step> task(registry, "web");
         registry.reset();
         EXPECT_FALSE(observed.expired());
     }

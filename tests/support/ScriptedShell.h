@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kennly::test {
+
+/// Stands in for system(): records each command line and, while `scripted` is set, returns `result`
+/// with errno at `error` instead of running it.
+///
+/// Threads: for tests that run commands on one thread.
+struct ScriptedShell {
+    bool scripted = false;
+    int result = 0;
+    int error = 0;
+    std::vector<std::string> commandLines;
+};
+extern ScriptedShell shell;
+
+}  // namespace kennly::test
