@@ -1,6 +1,7 @@
 # kennly_unit_test(<folder>/<Name>Test [WRAP function...] [WITH stand-in...] [TIMEOUT seconds] [LABEL label])
 #
-# One executable and one CTest entry from <folder>/<Name>Test.cpp below the current directory.
+# One executable and one CTest entry from <folder>/<Name>Test.cpp below the current directory. The target
+# kennly_tests_<label> builds all of a label: unit (the default), system or stress.
 # WRAP:  C functions that the test replaces when linking; it defines __wrap_<function>.
 # WITH:  stand-ins of tests/support: RecordedLog (records what goes to the system log), RecordedPauses
 #        (records pauses instead of sleeping), FailingAllocation (makes operator new fail on demand),
@@ -30,6 +31,7 @@ function(kennly_unit_test path)
         target_compile_definitions(${target} PRIVATE KENNLY_PROGRAM="$<TARGET_FILE:kennly>")
         add_dependencies(${target} kennly)
     endif()
+    add_dependencies(kennly_tests_${ARG_LABEL} ${target})
     target_precompile_headers(${target} REUSE_FROM kennly_test_headers)
     add_test(NAME ${ARG_LABEL}/${path} COMMAND ${target})
     set_tests_properties(${ARG_LABEL}/${path} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})

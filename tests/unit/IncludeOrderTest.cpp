@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -53,13 +52,14 @@ Ranks ReadOrder(const fs::path& root) {
 
 // The units that a file includes with quotation marks.
 std::vector<std::string> IncludesOf(const fs::path& file) {
-    static const std::regex include("^\\s*#\\s*include\\s+\"([^\"]+)\\.h\".*");
+    const std::string begin = "#include \"";
+    const std::string end = ".h\"";
     std::vector<std::string> units;
     std::ifstream source(file);
     for (std::string line; std::getline(source, line);) {
-        std::smatch match;
-        if (std::regex_match(line, match, include)) {
-            units.push_back(match[1]);
+        const std::size_t stop = line.find(end);
+        if (line.rfind(begin, 0) == 0 && stop != std::string::npos) {
+            units.push_back(line.substr(begin.size(), stop - begin.size()));
         }
     }
     return units;
