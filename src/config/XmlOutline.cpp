@@ -26,18 +26,23 @@ std::size_t CharacterLength(char lead) {
     return 1;
 }
 
+// As isspace and isalpha tell in the C locale, which this program never leaves; spelt out because a
+// large file asks them for every byte.
 bool IsBlank(char c) {
-    return std::isspace(static_cast<unsigned char>(c)) != 0;
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+bool IsLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
 bool BeginsName(char c) {
     const auto byte = static_cast<unsigned char>(c);
-    return byte >= 0x7F || std::isalpha(byte) != 0 || c == '_';
+    return IsLetter(c) || c == '_' || byte >= 0x7F;
 }
 
 bool ContinuesName(char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return BeginsName(c) || std::isdigit(byte) != 0 || c == '-' || c == '.' || c == ':';
+    return BeginsName(c) || (c >= '0' && c <= '9') || c == '-' || c == '.' || c == ':';
 }
 
 bool IsDigit(char c, bool hexadecimal) {
@@ -127,7 +132,7 @@ private:
     }
 
     void SkipCharacter() {
-        if (StartsWith("&#") && rest_.size() > 2) {
+        if (rest_.front() == '&' && StartsWith("&#") && rest_.size() > 2) {
             SkipNumberedCharacter();
         } else {
             Skip(outline_.isUtf8 ? CharacterLength(rest_.front()) : 1);
@@ -158,8 +163,9 @@ private:
 
     // In UTF-8, byte order marks and two characters that must not occur count as blanks.
     bool AtUtf8Blank() const {
-        return outline_.isUtf8 && (StartsWith("\xEF\xBB\xBF") || StartsWith("\xEF\xBF\xBE") ||
-                                   StartsWith("\xEF\xBF\xBF"));
+        return rest_.front() == '\xEF' && outline_.isUtf8 &&
+               (StartsWith("\xEF\xBB\xBF") || StartsWith("\xEF\xBF\xBE") ||
+                StartsWith("\xEF\xBF\xBF"));
     }
 
     void SkipBlanks() {
