@@ -5,7 +5,8 @@
 # WRAP:  C functions that the test replaces when linking; it defines __wrap_<function>.
 # WITH:  stand-ins of tests/support: RecordedLog (records what goes to the system log), RecordedPauses
 #        (records pauses instead of sleeping), FailingAllocation (makes operator new fail on demand),
-#        ScriptedShell (records the command lines of system() and answers them on demand).
+#        ScriptedShell (records the command lines of system() and answers them on demand), ObservedOpening
+#        (records how files are opened).
 function(kennly_unit_test path)
     cmake_parse_arguments(ARG "" "TIMEOUT;LABEL" "WRAP;WITH" ${ARGN})
     if(NOT ARG_TIMEOUT)

@@ -1,6 +1,20 @@
 #include "config/DogConfig.h"
 
+#include <utility>
+
 namespace kennly {
+
+namespace {
+
+// Whoever holds the job may be a worker in the middle of a long command, and the process about to
+// end.
+void RememberIfInUse(const JobHandle& job) noexcept {
+    if (job.use_count() > 1 && job->check != nullptr) {
+        job->check->Remember();
+    }
+}
+
+}  // namespace
 
 DogConfig::DogConfig() = default;
 
@@ -19,7 +33,9 @@ JobHandle DogConfig::FindJob(const std::string& name) {
 void DogConfig::ClearJobs() noexcept {
     index_.clear();
     while (!jobs_.empty()) {
+        const JobHandle job = std::move(jobs_.front());
         jobs_.pop_front();
+        RememberIfInUse(job);
     }
 }
 

@@ -60,7 +60,8 @@ public:
     JobHandle FindJob(const std::string& name);
 
     /// Gives up the hold on all jobs, in the order of the file. A job that nobody else holds is
-    /// destroyed at once, one in use by its last holder. The caller holds the lock or is alone.
+    /// destroyed at once, one in use by its last holder, after its check was told to remember. The
+    /// caller holds the lock or is alone.
     void ClearJobs() noexcept;
 
     /// Gives the jobs, in order, the workers 0, 3, 6, ... and starts the cycle of each on its

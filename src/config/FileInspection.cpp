@@ -7,26 +7,11 @@
 #include <cerrno>
 
 #include "config/XmlOutline.h"
+#include "main/Descriptor.h"
 
 namespace kennly {
 
 namespace {
-
-class Descriptor {
-public:
-    explicit Descriptor(int number) : number_(number) {}
-    ~Descriptor() {
-        if (number_ >= 0) {
-            close(number_);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Number() const { return number_; }
-
-private:
-    const int number_;
-};
 
 // Returns false when the file cannot be read to its end.
 bool ReadToEnd(int descriptor, std::string& content) {
@@ -63,7 +48,7 @@ std::string InspectConfigFile(const char* path) {
     // Without O_NONBLOCK, opening a FIFO that nobody writes to would never return.
     const Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
-    if (file.Number() < 0 || fstat(file.Number(), &status) != 0) {
+    if (!file.IsOpen() || fstat(file.Number(), &status) != 0) {
         return {};
     }
     if (!S_ISREG(status.st_mode)) {

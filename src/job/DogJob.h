@@ -9,10 +9,13 @@
 
 namespace kennly {
 
+/// The `slotBase` of a job that has been loaded and not yet been given its workers.
+inline constexpr std::int32_t NoWorkers = -1;
+
 /// One supervised unit: a check, a remedy and an error threshold under a unique name.
 ///
 /// Threads: filled by the main thread before it is entered in the configuration, read by any thread
-/// that has found it there. Only `slotBase` is set later, before the job is queued.
+/// that has found it there. Only `slotBase` is set later, while there are no workers that look.
 /// Ownership: handed about as JobHandle. The configuration holds a job until the next load; whoever
 /// runs its check or remedy holds it for that one run, and nobody holds one across a cycle.
 class DogJob {
@@ -29,9 +32,9 @@ public:
     std::string name;      // unique in its configuration
     std::int32_t maxErrors =
         0;  // more failures in a row than this are throttled; 0 or below: never
-    DogAction* remedy = nullptr;  // owned
-    DogWatch* check = nullptr;    // owned
-    std::int32_t slotBase = 0;    // index of the first of the job's three workers
+    DogAction* remedy = nullptr;        // owned
+    DogWatch* check = nullptr;          // owned
+    std::int32_t slotBase = NoWorkers;  // index of the first of the job's three workers
 };
 
 /// A hold on a job, its check and its remedy.

@@ -9,8 +9,8 @@ namespace kennly {
 
 /// A new check of the kind that `type` stands for, its fields at their defaults.
 ///
-/// CheckTypeCommandResult gives a DogCheckCommandWatch, every other code a plain DogWatch, which
-/// never reaches a verdict. Throws std::bad_alloc. Any thread may call it.
+/// Each of the CheckType codes gives its own class, every other code a plain DogWatch, which never
+/// reaches a verdict. Throws std::bad_alloc. Any thread may call it.
 std::unique_ptr<DogWatch> CreateWatch(std::int32_t type);
 
 }  // namespace kennly

@@ -17,7 +17,7 @@ inline constexpr std::int32_t CheckTypeListeningSocketResponse = 5;
 /// A check: what every kind of check has, and the kind that never reaches a verdict.
 ///
 /// Threads: filled by the main thread while it loads the configuration; afterwards evaluated by one
-/// worker at a time, so that checks hold no locks.
+/// worker at a time, so that checks hold no locks. Only Remember may come from another thread.
 /// Ownership: owned by its job, which destroys it after the remedy.
 class DogWatch {
 public:
@@ -30,11 +30,18 @@ public:
     /// one always returns ResultNotEvaluated and does nothing else.
     virtual std::int32_t DoWatch();
 
+    /// Stores what this check must still know after a reload or a restart; here, nothing.
+    ///
+    /// The main thread calls it when the configuration gives the job up while a worker holds it:
+    /// the process may end before that worker destroys the check. May be called during an
+    /// evaluation.
+    virtual void Remember() noexcept {}
+
     std::string jobName;            // the owning job, named in every log line
     std::int32_t type = 0;          // the code that CreateWatch was given
     std::int32_t delay = 0;         // seconds between two evaluations; for the job cycle
     std::list<std::string> params;  // in document order; each kind takes them by position
-    bool firstCall = true;          // no evaluation has seen the watched file yet
+    bool firstCall = true;  // DogCheckForFileChangeWatch alone clears it: it has seen its file
 };
 
 }  // namespace kennly

@@ -13,7 +13,12 @@ std::int32_t ProcessWatch(const std::string& jobName) {
     }
     try {
         const JobHandle job = FindConfiguredJob(jobName);
-        return job && job->check != nullptr ? job->check->DoWatch() : ResultNotEvaluated;
+        // A job without workers has just been loaded, and this is a worker of the pool that ends
+        // for it: what it found out would be lost, and with it the change of a file.
+        if (!job || job->slotBase == NoWorkers || job->check == nullptr) {
+            return ResultNotEvaluated;
+        }
+        return job->check->DoWatch();
     } catch (...) {  // whatever it was, a worker must not end by it
         LogError("Exception while processing check for job:", jobName.c_str());
         return ResultNotEvaluated;

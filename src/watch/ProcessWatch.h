@@ -8,9 +8,9 @@ namespace kennly {
 /// Evaluates the check of the job with this name once and returns its result.
 ///
 /// Returns ResultNotEvaluated without a word when the pool is being torn down, the process shuts
-/// down or there is no such job, and after "Exception while processing check for job:" when the
-/// check threw. Never throws. Called on the job's check worker; keeps the job alive for this one
-/// evaluation.
+/// down, there is no such job or it has no check or no workers, and after "Exception while
+/// processing check for job:" when anything threw. Never throws. Called on the job's check worker;
+/// keeps the job alive for this one evaluation.
 std::int32_t ProcessWatch(const std::string& jobName);
 
 }  // namespace kennly

@@ -16,6 +16,9 @@ int __wrap_system(const char* commandLine);
 int __wrap_system(const char* commandLine) {
     using kennly::test::shell;
     shell.commandLines.emplace_back(commandLine);
+    if (shell.whenCalled) {
+        shell.whenCalled();
+    }
     if (!shell.scripted) {
         return __real_system(commandLine);
     }

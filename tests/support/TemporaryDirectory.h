@@ -1,6 +1,11 @@
 #pragma once
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <array>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -38,6 +43,16 @@ public:
             throw std::runtime_error("cannot write " + Path(name));
         }
         return Path(name);
+    }
+
+    /// Sets the modification time of the entry `name`. Returns false when the file system cannot
+    /// store it.
+    bool SetTime(const std::string& name, std::time_t seconds, long nanoseconds = 0) const {
+        const timespec time = {seconds, nanoseconds};
+        const std::array<timespec, 2> accessAndModification = {time, time};
+        struct stat status = {};
+        return utimensat(AT_FDCWD, Path(name).c_str(), accessAndModification.data(), 0) == 0 &&
+               stat(Path(name).c_str(), &status) == 0 && status.st_mtime == seconds;
     }
 
     /// The content of the file `name`; empty when there is none.

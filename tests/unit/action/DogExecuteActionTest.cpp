@@ -19,6 +19,7 @@
 #include "support/SandboxPolling.h"
 #include "support/ScriptedShell.h"
 #include "support/TemporaryDirectory.h"
+#include "support/WithoutPrivileges.h"
 
 namespace kennly::test {
 
@@ -75,11 +76,16 @@ TEST_F(DogExecuteActionTest, HandsTheShellTheCommandUnderNohupInTheBackground) {
 TEST_F(DogExecuteActionTest, AnnouncesAnExecuteRemedyBeforeItStarts) {
     Script(0);
     remedy.type = RemedyTypeExecute;
+    std::vector<RecordedLine> linesBefore;
+    shell.whenCalled = [&] {
+        linesBefore = RecordedLines();
+    };
 
     EXPECT_EQ(Run("restart-service"), ResultHealthy);
 
-    EXPECT_THAT(RecordedLines(),
+    EXPECT_THAT(linesBefore,
                 ElementsAre(Debug("web check failed - running remedy: restart-service")));
+    EXPECT_EQ(RecordedLines(), linesBefore);
     EXPECT_THAT(shell.commandLines, ElementsAre("nohup restart-service 1>/dev/null 2>/dev/null &"));
 }
 
@@ -157,10 +163,14 @@ TEST_F(DogExecuteActionTest, IsNotHeldBackByMissingBlockFiles) {
 }
 
 TEST_F(DogExecuteActionTest, IsHeldBackByAnythingThatExistsReadableOrNot) {
+    Script(0);
     const std::string unreadable = directory.Write("unreadable", "");
     ASSERT_EQ(chmod(unreadable.c_str(), 0), 0);
     const std::string fifo = directory.Path("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0), 0);
+    ASSERT_EQ(chmod(directory.Path("").c_str(), 0711), 0);
+    const WithoutPrivileges privileges;
+    ASSERT_NE(access(unreadable.c_str(), R_OK), 0);
     for (const std::string& path : {unreadable, fifo, directory.Path("")}) {
         SCOPED_TRACE(path);
         remedy.blockAction2 = path;

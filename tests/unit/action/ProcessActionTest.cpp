@@ -29,12 +29,18 @@ struct Observed {
     std::function<std::int32_t()> run;
     std::atomic<int> runs{0};
     std::atomic<bool> destroyed{false};
+    std::function<void()> whenDestroyed;
 };
 
 class ObservedAction : public DogAction {
 public:
     explicit ObservedAction(Observed& observed) : observed_(observed) {}
-    ~ObservedAction() override { observed_.destroyed = true; }
+    ~ObservedAction() override {
+        observed_.destroyed = true;
+        if (observed_.whenDestroyed) {
+            observed_.whenDestroyed();
+        }
+    }
 
     std::int32_t DoAction() override {
         ++observed_.runs;
@@ -49,10 +55,7 @@ class ProcessActionTest : public ::testing::Test {
 protected:
     ProcessActionTest() {
         Reset();
-        LoadJob("web");
-        const JobHandle job = FindConfiguredJob("web");
-        delete job->remedy;
-        job->remedy = new ObservedAction(observed_);
+        LoadObservedJob();
         observed_.run = [] {
             return ResultHealthy;
         };
@@ -66,6 +69,13 @@ protected:
         closingDown = false;
         tidyingThreadPool = false;
         ForgetLog();
+    }
+
+    void LoadObservedJob() {
+        LoadJob("web");
+        const JobHandle job = FindConfiguredJob("web");
+        delete job->remedy;
+        job->remedy = new ObservedAction(observed_);
     }
 
     void LoadJob(const std::string& name) {
@@ -126,6 +136,29 @@ TEST_F(ProcessActionTest, RunsNothingWhileAFlagAsksTheJobsToEnd) {
     }
     EXPECT_EQ(observed_.runs, 0);
     EXPECT_THAT(RecordedLines(), IsEmpty());
+}
+
+TEST_F(ProcessActionTest, DoesNotWaitForALoadWhileAFlagAsksTheJobsToEnd) {
+    for (std::atomic<bool>* const flag : {&closingDown, &tidyingThreadPool}) {
+        LoadObservedJob();
+        *flag = true;
+        std::atomic<bool> returned{false};
+        std::thread worker;
+        observed_.whenDestroyed = [&] {  // in the middle of a load, which holds the lock
+            worker = std::thread([&] {
+                EXPECT_EQ(ProcessAction("web"), ResultNotEvaluated);
+                returned = true;
+            });
+            EXPECT_TRUE(WaitUntil([&] { return returned.load(); }, std::chrono::seconds(30)));
+        };
+
+        LoadJob("db");
+
+        ASSERT_TRUE(worker.joinable());
+        worker.join();
+        observed_.whenDestroyed = nullptr;
+        *flag = false;
+    }
 }
 
 TEST_F(ProcessActionTest, SaysNothingOfAJobThatIsNotThere) {

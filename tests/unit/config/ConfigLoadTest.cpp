@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <future>
 #include <limits>
@@ -78,7 +79,7 @@ TEST_F(ConfigLoadTest, LoadsAJobWithAllThatItsElementsSay) {
     const JobHandle job = config.FindJob("web");
     EXPECT_TRUE(job->enabled);
     EXPECT_EQ(job->maxErrors, 3);
-    EXPECT_EQ(job->slotBase, 0);
+    EXPECT_EQ(job->slotBase, NoWorkers);
     const auto& check = dynamic_cast<const DogCheckCommandWatch&>(*job->check);
     EXPECT_EQ(check.jobName, "web");
     EXPECT_EQ(check.type, CheckTypeCommandResult);
@@ -497,6 +498,26 @@ TEST_F(ConfigLoadWithoutMemoryTest, RecoversWhenAllLaterAllocationsFailToo) {
     }
     EXPECT_TRUE(loaded);
     EXPECT_GT(index, 20U);
+}
+
+TEST_F(ConfigLoadWithoutMemoryTest, KeepsTheLimitThatItReadsBeforeTheFirstJob) {
+    WriteConfig("<config maxloaderrors='3'>" + ValidJob("job with a name that needs memory") +
+                "</config>");
+    std::vector<std::int32_t> limitsOfEmptyLoads;
+    bool failed = true;
+    for (std::size_t index = 0; failed; ++index) {
+        maxLoadErrors = 10;
+        failed = LoadOnce<FailingOnceAllocation>(index);
+        EXPECT_EQ(loaded, !failed);
+        if (config.Jobs().empty()) {
+            limitsOfEmptyLoads.push_back(maxLoadErrors);
+        }
+    }
+
+    // What fails first is the parser, then the first job.
+    EXPECT_EQ(limitsOfEmptyLoads.front(), 10);
+    EXPECT_EQ(limitsOfEmptyLoads.back(), 3);
+    EXPECT_TRUE(std::is_sorted(limitsOfEmptyLoads.rbegin(), limitsOfEmptyLoads.rend()));
 }
 
 TEST_F(ConfigLoadWithoutMemoryTest, FindsEveryJobThatItHasAdded) {

@@ -19,6 +19,8 @@ namespace kennly::test {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+static_assert(std::is_nothrow_destructible_v<DogConfig>);
+
 namespace {
 
 // Both read the job's name while they are destroyed: the job must still be there.
@@ -44,6 +46,8 @@ public:
     RecordedCheck(std::vector<std::string>& record, const DogJob& job)
         : record_(record), job_(job) {}
     ~RecordedCheck() override { record_.push_back("check of " + job_.name); }
+
+    void Remember() noexcept override { record_.push_back("memory of " + job_.name); }
 
 private:
     std::vector<std::string>& record_;
@@ -177,7 +181,7 @@ TEST_F(DogConfigTest, FindsNoJobAnyMoreWhileTheFirstIsDestroyed) {
     EXPECT_FALSE(found);
 }
 
-TEST_F(DogConfigTest, LeavesAJobInUseToItsLastHolder) {
+TEST_F(DogConfigTest, HasAJobInUseRememberAndLeavesItToItsLastHolder) {
     Load({"a", "b"});
     RecordDestructions();
     JobHandle first = config->FindJob("a");
@@ -185,25 +189,27 @@ TEST_F(DogConfigTest, LeavesAJobInUseToItsLastHolder) {
 
     Load({"a"});
 
-    EXPECT_THAT(record, ElementsAre("remedy of b", "check of b"));
+    const std::vector<std::string> untilNow = {"memory of a", "remedy of b", "check of b"};
+    EXPECT_EQ(record, untilNow);
     EXPECT_NE(config->FindJob("a"), first);
     EXPECT_EQ(first->name, "a");
     first.reset();
-    EXPECT_EQ(record.size(), 2U);
+    EXPECT_EQ(record, untilNow);
+    record.clear();
     second.reset();
-    EXPECT_THAT(record, ElementsAre("remedy of b", "check of b", "remedy of a", "check of a"));
+    EXPECT_THAT(record, ElementsAre("remedy of a", "check of a"));
 }
 
-TEST_F(DogConfigTest, LeavesAJobInUseToItsLastHolderWhenDestroyed) {
+TEST_F(DogConfigTest, HasAJobInUseRememberAndLeavesItToItsLastHolderWhenDestroyed) {
     Load({"a"});
     RecordDestructions();
     JobHandle job = config->FindJob("a");
 
     config.reset();
 
-    EXPECT_THAT(record, IsEmpty());
+    EXPECT_THAT(record, ElementsAre("memory of a"));
     job.reset();
-    EXPECT_THAT(record, ElementsAre("remedy of a", "check of a"));
+    EXPECT_THAT(record, ElementsAre("memory of a", "remedy of a", "check of a"));
 }
 
 TEST_F(DogConfigTest, DestroysAJobOnTheThreadOfItsLastHolder) {

@@ -8,17 +8,17 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
 #include <new>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
 #include "support/FailingAllocation.h"
+#include "support/ObservedOpening.h"
 #include "support/TemporaryDirectory.h"
+#include "support/WithoutPrivileges.h"
 
 namespace {
 
@@ -83,33 +83,17 @@ std::ptrdiff_t OpenDescriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-// Makes the process an ordinary user where it is root, for as long as the object lives.
-class WithoutPrivileges {
-public:
-    WithoutPrivileges() {
-        if (wasRoot_ && seteuid(nobody) != 0) {
-            throw std::runtime_error("cannot give up privileges");
-        }
-    }
-    ~WithoutPrivileges() {
-        if (wasRoot_ && seteuid(0) != 0) {
-            std::abort();
-        }
-    }
-    WithoutPrivileges(const WithoutPrivileges&) = delete;
-    WithoutPrivileges& operator=(const WithoutPrivileges&) = delete;
-
-private:
-    static constexpr uid_t nobody = 65534;
-    const bool wasRoot_ = geteuid() == 0;
-};
-
 }  // namespace
 
 class FileInspectionTest : public ::testing::Test {
 protected:
-    FileInspectionTest() { reading = {}; }
-    ~FileInspectionTest() override { reading = {}; }
+    FileInspectionTest() { Reset(); }
+    ~FileInspectionTest() override { Reset(); }
+
+    static void Reset() {
+        reading = {};
+        opening = {};
+    }
 
     static void ReadInPiecesOf(std::size_t most) {
         reading.scripted = true;
@@ -274,6 +258,15 @@ TEST_F(FileInspectionTest, FindsElementsThatShowOnlyOnceTheLineEndsAreNormalised
     // The first character takes the quote behind the '>' with it.
     EXPECT_EQ(Inspect("<?xml?><r a=\"\xF0\r\n>\" b='\">" + Nested(500) + "</r>"), TooDeep);
     EXPECT_EQ(Inspect("<?xml?><r a=\"\xF0\r\n>\" b='\">" + Nested(499) + "</r>"), NoProblem);
+}
+
+TEST_F(FileInspectionTest, OpensTheFileSoThatNoCommandInheritsIt) {
+    opening.observed = true;
+
+    Inspect("<config/>");
+
+    ASSERT_EQ(opening.files.size(), 1U);
+    EXPECT_TRUE(opening.files[0].closesOnExecute);
 }
 
 TEST_F(FileInspectionTest, LeavesNoDescriptorOpen) {

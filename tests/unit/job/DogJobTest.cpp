@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -11,6 +12,8 @@ namespace kennly::test {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+
+static_assert(std::is_nothrow_destructible_v<DogJob>);
 
 using Destroyed = std::vector<std::string>;
 
@@ -49,7 +52,7 @@ TEST(DogJobTest, BeginsDisabledAndWithoutAThreshold) {
     EXPECT_EQ(job->maxErrors, 0);
     EXPECT_EQ(job->remedy, nullptr);
     EXPECT_EQ(job->check, nullptr);
-    EXPECT_EQ(job->slotBase, 0);
+    EXPECT_EQ(job->slotBase, NoWorkers);
 }
 
 TEST(DogJobTest, IsDestroyedAfterItsRemedyAndThenItsCheck) {

@@ -2,6 +2,7 @@ kennly_unit_test(main/ChildMainTest WITH RecordedLog RecordedPauses FailingAlloc
     WRAP pthread_create)
 kennly_unit_test(main/CommandLineTest)
 kennly_unit_test(main/DaemonTest WITH RecordedLog)
+kennly_unit_test(main/DescriptorTest)
 kennly_unit_test(main/HeartbeatTest WRAP open open64 TIMEOUT 10)
 kennly_unit_test(main/LogTest WITH RecordedLog)
 kennly_unit_test(main/SignalsTest)

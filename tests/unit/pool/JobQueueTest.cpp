@@ -1,5 +1,6 @@
 #include "pool/JobQueue.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -19,6 +20,7 @@
 #include "pool/WatchDogThreadPool.h"
 #include "support/FailingAllocation.h"
 #include "support/ProbeJob.h"
+#include "support/RecordedLog.h"
 #include "watch/ProcessWatch.h"
 
 namespace {
@@ -75,10 +77,13 @@ std::int32_t ProcessAction(const std::string& jobName) {
 
 namespace kennly::test {
 
+using ::testing::IsEmpty;
+
 class JobQueueTest : public ::testing::Test {
 protected:
     JobQueueTest() {
         closingDown = false;
+        ForgetLog();
         steps.Forget();
         cycle = [](const std::string& name) {
             steps.Done(name + " cycle");
@@ -87,6 +92,7 @@ protected:
     ~JobQueueTest() override {
         EXPECT_TRUE(TidyThreadPool());
         JobRegistry()->Unregister("");  // a registry that was cleared tells only now that it is
+        EXPECT_THAT(RecordedLines(), IsEmpty());  // whatever happened
     }
 
     static bool BecomesEmpty() {

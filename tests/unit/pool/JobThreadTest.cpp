@@ -15,6 +15,7 @@
 #include "main/ProcessState.h"
 #include "pool/ThreadPool.h"
 #include "support/ProbeJob.h"
+#include "support/RecordedLog.h"
 
 namespace {
 
@@ -24,9 +25,11 @@ std::atomic<bool> waitingFails{false};
 std::atomic<int> waits{0};
 std::atomic<pthread_mutex_t*> waitedWith{nullptr};  // the mutex of the wake event
 
-// What this thread does while it waits, and before it next takes the wake event's mutex.
+// What this thread does while it waits, before it next takes the wake event's mutex, and before it
+// next takes any.
 thread_local std::function<void()> whileWaiting;
 thread_local std::function<void()> beforeWaiting;
+thread_local std::function<void()> beforeAnyLock;
 
 }  // namespace
 
@@ -48,6 +51,9 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
 }
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+    if (beforeAnyLock) {
+        std::exchange(beforeAnyLock, nullptr)();
+    }
     if (beforeWaiting && mutex == waitedWith) {
         std::exchange(beforeWaiting, nullptr)();
     }
@@ -100,10 +106,14 @@ class JobThreadTest : public ::testing::Test {
 protected:
     JobThreadTest() {
         Reset();
+        ForgetLog();
         creations = 0;
         waits = 0;
     }
-    ~JobThreadTest() override { Reset(); }
+    ~JobThreadTest() override {
+        Reset();
+        EXPECT_THAT(RecordedLines(), IsEmpty());  // whatever happened
+    }
 
     static void Reset() {
         closingDown = false;
@@ -214,6 +224,30 @@ TEST_F(JobThreadTest, RunsAJobThatIsQueuedWhenItIsAboutToWait) {
     worker.Stop();
     thread.join();
     submitter.join();
+}
+
+TEST_F(JobThreadTest, HoldsAWaitableJobUntilItHasMarkedIt) {
+    Gate ran;
+    Gate gate;
+    auto job = WaitableJob(first, [&] {
+        beforeAnyLock = [&] {  // the job's own, to mark it
+            ran.Open();
+            gate.Wait();
+        };
+    });
+    const std::weak_ptr<ProbeJob> observed = job;
+    std::thread thread([this] { worker.Run(); });
+    worker.AddJob(job);
+    EXPECT_TRUE(ran.Wait());
+    EXPECT_FALSE(job->IsFinished());
+
+    job.reset();  // as a submitter does that knows the job's result already
+
+    EXPECT_FALSE(observed.expired());
+    gate.Open();
+    EXPECT_TRUE(WaitUntil([&] { return observed.expired(); }, WaitLimit));
+    worker.Stop();
+    thread.join();
 }
 
 TEST_F(JobThreadTest, GivesUpAtOnceWhatIsQueuedAfterItsEnd) {

@@ -1,5 +1,6 @@
 #include "pool/SubmitTask.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,8 +12,11 @@
 #include "main/ProcessState.h"
 #include "support/FailingAllocation.h"
 #include "support/ProbeJob.h"
+#include "support/RecordedLog.h"
 
 namespace kennly::test {
+
+using ::testing::IsEmpty;
 
 namespace {
 
@@ -43,9 +47,13 @@ class SubmitTaskTest : public ::testing::Test {
 protected:
     SubmitTaskTest() {
         closingDown = false;
+        ForgetLog();
         runs = 0;
     }
-    ~SubmitTaskTest() override { EXPECT_TRUE(TidyThreadPool()); }
+    ~SubmitTaskTest() override {
+        EXPECT_TRUE(TidyThreadPool());
+        EXPECT_THAT(RecordedLines(), IsEmpty());  // whatever happened
+    }
 
     std::shared_ptr<ProbeTask> Submit(std::uint32_t worker) {
         return SubmitTask<ProbeTask>(registry, worker, name);

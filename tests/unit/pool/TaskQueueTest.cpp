@@ -14,6 +14,7 @@
 #include "main/ProcessState.h"
 #include "pool/WatchDogThreadPool.h"
 #include "support/ProbeJob.h"
+#include "support/RecordedLog.h"
 #include "support/RecordedPauses.h"
 #include "watch/ProcessWatch.h"
 
@@ -59,6 +60,7 @@ class TaskQueueTest : public ::testing::Test {
 protected:
     TaskQueueTest() {
         Reset();
+        ForgetLog();
         check = [](const std::string& /*jobName*/) {
             return ResultHealthy;
         };
@@ -69,6 +71,7 @@ protected:
     ~TaskQueueTest() override {
         Reset();
         EXPECT_TRUE(TidyThreadPool());
+        EXPECT_THAT(RecordedLines(), IsEmpty());  // whatever happened
     }
 
     static void Reset() {

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <new>
 #include <string>
+#include <type_traits>
 
 #include "support/FailingAllocation.h"
 
@@ -32,6 +33,8 @@ __attribute__((constructor(101))) void RegisterExitHandler() {
 }  // namespace
 
 namespace kennly::test {
+
+static_assert(std::is_nothrow_destructible_v<TaskRegistry>);
 
 class TaskRegistryTest : public ::testing::Test {
 protected:

@@ -13,11 +13,13 @@
 #include <set>
 #include <stdexcept>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "main/ProcessState.h"
 #include "support/FailingAllocation.h"
 #include "support/ProbeJob.h"
+#include "support/RecordedLog.h"
 
 namespace {
 
@@ -75,6 +77,12 @@ int __wrap_pthread_tryjoin_np(pthread_t thread, void** exitValue) {
 namespace kennly::test {
 
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// For every class derived from them as well.
+static_assert(std::is_nothrow_destructible_v<ThreadPool>);
+static_assert(std::is_nothrow_destructible_v<ThreadPool::IJob>);
+static_assert(std::is_nothrow_destructible_v<ThreadPool::IThreadInitialisation>);
 
 namespace {
 
@@ -130,11 +138,15 @@ class ThreadPoolTest : public ::testing::Test {
 protected:
     ThreadPoolTest() {
         Reset();
+        ForgetLog();
         const std::lock_guard lock(library.mutex);
         library.unjoined.clear();
         library.unjoined.reserve(64);  // keeping count must not run out of memory
     }
-    ~ThreadPoolTest() override { Reset(); }
+    ~ThreadPoolTest() override {
+        Reset();
+        EXPECT_THAT(RecordedLines(), IsEmpty());  // whatever happened
+    }
 
     static void Reset() {
         closingDown = false;

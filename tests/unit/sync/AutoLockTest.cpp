@@ -6,11 +6,14 @@
 #include <memory>
 #include <stdexcept>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "support/ProbeJob.h"
 
 namespace kennly::test {
+
+static_assert(std::is_nothrow_destructible_v<AutoLock>);
 
 class AutoLockTest : public ::testing::Test {
 protected:

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <memory>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "support/ProbeJob.h"
@@ -62,6 +63,8 @@ int __wrap_pthread_cond_broadcast(pthread_cond_t* variable) {
 }
 
 namespace kennly::test {
+
+static_assert(std::is_nothrow_destructible_v<Event>);
 
 namespace {
 

@@ -12,6 +12,9 @@
 
 namespace kennly::test {
 
+static_assert(std::is_nothrow_destructible_v<CriticalSection>);
+static_assert(std::is_nothrow_destructible_v<AppMutex>);
+
 namespace {
 
 // Another thread that takes the lock and gives it up again.

@@ -1,5 +1,6 @@
 #include "sync/Thread.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -7,10 +8,12 @@
 #include <cerrno>
 #include <functional>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
 #include "main/ProcessState.h"
 #include "support/ProbeJob.h"
+#include "support/RecordedLog.h"
 
 namespace {
 
@@ -60,6 +63,11 @@ int __wrap_pthread_tryjoin_np(pthread_t thread, void** exitValue) {
 
 namespace kennly::test {
 
+using ::testing::IsEmpty;
+
+// For every class derived from it as well.
+static_assert(std::is_nothrow_destructible_v<Thread>);
+
 namespace {
 
 class BodyThread : public Thread {
@@ -77,11 +85,13 @@ class ThreadTest : public ::testing::Test {
 protected:
     ThreadTest() {
         closingDown = false;
+        ForgetLog();
         library = {};
     }
     ~ThreadTest() override {
         closingDown = false;
         library = {};
+        EXPECT_THAT(RecordedLines(), IsEmpty());  // whatever happened
     }
 
     // The thread that was started last, joined behind its object's back.

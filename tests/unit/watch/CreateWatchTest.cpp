@@ -4,19 +4,36 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <typeindex>
 #include <typeinfo>
+#include <utility>
+#include <vector>
 
 #include "job/ResultCode.h"
 #include "watch/DogCheckCommandWatch.h"
+#include "watch/DogCheckForFileChangeWatch.h"
+#include "watch/DogCheckForNoFileChangeWatch.h"
+#include "watch/DogCheckListeningSocketResponseWatch.h"
+#include "watch/DogCheckSocketListeningWatch.h"
 
 namespace kennly::test {
 
-TEST(CreateWatchTest, MakesACommandCheckForItsCode) {
-    const auto check = CreateWatch(1);
+std::type_index ClassOf(const DogWatch& check) {
+    return typeid(check);
+}
 
-    const auto* const command = dynamic_cast<const DogCheckCommandWatch*>(check.get());
-    ASSERT_NE(command, nullptr);
-    EXPECT_TRUE(command->anyNonZeroFails);
+TEST(CreateWatchTest, MakesTheClassOfEachCode) {
+    const std::vector<std::pair<std::int32_t, std::type_index>> rows = {
+        {1, typeid(DogCheckCommandWatch)},
+        {2, typeid(DogCheckForFileChangeWatch)},
+        {3, typeid(DogCheckForNoFileChangeWatch)},
+        {4, typeid(DogCheckSocketListeningWatch)},
+        {5, typeid(DogCheckListeningSocketResponseWatch)},
+    };
+    for (const auto& [type, expected] : rows) {
+        SCOPED_TRACE(type);
+        EXPECT_EQ(ClassOf(*CreateWatch(type)), expected);
+    }
 }
 
 TEST(CreateWatchTest, MakesAPlainCheckForCodesThatStandForNoKind) {
@@ -25,16 +42,8 @@ TEST(CreateWatchTest, MakesAPlainCheckForCodesThatStandForNoKind) {
         SCOPED_TRACE(type);
         const auto check = CreateWatch(type);
 
-        DogWatch& made = *check;
-        EXPECT_EQ(typeid(made), typeid(DogWatch));
-        EXPECT_EQ(made.DoWatch(), ResultNotEvaluated);
-    }
-}
-
-TEST(CreateWatchTest, MakesChecksThatReachNoVerdictForSockets) {
-    for (const std::int32_t type : {CheckTypeSocketListening, CheckTypeListeningSocketResponse}) {
-        SCOPED_TRACE(type);
-        EXPECT_EQ(CreateWatch(type)->DoWatch(), ResultNotEvaluated);
+        EXPECT_EQ(ClassOf(*check), typeid(DogWatch));
+        EXPECT_EQ(check->DoWatch(), ResultNotEvaluated);
     }
 }
 
@@ -49,6 +58,17 @@ TEST(CreateWatchTest, LeavesTheFieldsAtTheirDefaults) {
         EXPECT_TRUE(check->params.empty());
         EXPECT_TRUE(check->firstCall);
     }
+}
+
+TEST(CreateWatchTest, LeavesTheFieldsOfEachKindAtTheirDefaults) {
+    const auto command = CreateWatch(CheckTypeCommandResult);
+    const auto change = CreateWatch(CheckTypeFileChange);
+    const auto noChange = CreateWatch(CheckTypeNoFileChange);
+
+    EXPECT_TRUE(dynamic_cast<const DogCheckCommandWatch&>(*command).anyNonZeroFails);
+    EXPECT_EQ(dynamic_cast<const DogCheckForFileChangeWatch&>(*change).lastFileTime, NoFileTime);
+    EXPECT_EQ(dynamic_cast<const DogCheckForNoFileChangeWatch&>(*noChange).lastFileTime,
+              NoFileTime);
 }
 
 }  // namespace kennly::test

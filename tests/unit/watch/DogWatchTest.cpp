@@ -3,12 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <type_traits>
+
 #include "job/ResultCode.h"
 #include "support/RecordedLog.h"
 
 namespace kennly::test {
 
 using ::testing::IsEmpty;
+
+// For every class derived from it as well.
+static_assert(std::is_nothrow_destructible_v<DogWatch>);
 
 TEST(DogWatchTest, BeginsEmptyAndBeforeItsFirstCall) {
     const DogWatch check;

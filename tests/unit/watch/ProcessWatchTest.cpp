@@ -29,12 +29,18 @@ struct Observed {
     std::function<std::int32_t()> evaluate;
     std::atomic<int> evaluations{0};
     std::atomic<bool> destroyed{false};
+    std::function<void()> whenDestroyed;
 };
 
 class ObservedWatch : public DogWatch {
 public:
     explicit ObservedWatch(Observed& observed) : observed_(observed) {}
-    ~ObservedWatch() override { observed_.destroyed = true; }
+    ~ObservedWatch() override {
+        observed_.destroyed = true;
+        if (observed_.whenDestroyed) {
+            observed_.whenDestroyed();
+        }
+    }
 
     std::int32_t DoWatch() override {
         ++observed_.evaluations;
@@ -49,10 +55,7 @@ class ProcessWatchTest : public ::testing::Test {
 protected:
     ProcessWatchTest() {
         Reset();
-        LoadJob("web");
-        const JobHandle job = FindConfiguredJob("web");
-        delete job->check;
-        job->check = new ObservedWatch(observed_);
+        LoadObservedJob();
         observed_.evaluate = [] {
             return ResultHealthy;
         };
@@ -66,6 +69,14 @@ protected:
         closingDown = false;
         tidyingThreadPool = false;
         ForgetLog();
+    }
+
+    void LoadObservedJob() {
+        LoadJob("web");
+        const JobHandle job = FindConfiguredJob("web");
+        delete job->check;
+        job->check = new ObservedWatch(observed_);
+        job->slotBase = 0;
     }
 
     void LoadJob(const std::string& name) {
@@ -127,6 +138,38 @@ TEST_F(ProcessWatchTest, EvaluatesNothingWhileAFlagAsksTheJobsToEnd) {
     }
     EXPECT_EQ(observed_.evaluations, 0);
     EXPECT_THAT(RecordedLines(), IsEmpty());
+}
+
+TEST_F(ProcessWatchTest, LeavesAJobAloneThatHasNoWorkersYet) {
+    FindConfiguredJob("web")->slotBase = NoWorkers;
+
+    EXPECT_EQ(ProcessWatch("web"), ResultNotEvaluated);
+
+    EXPECT_EQ(observed_.evaluations, 0);
+    EXPECT_THAT(RecordedLines(), IsEmpty());
+}
+
+TEST_F(ProcessWatchTest, DoesNotWaitForALoadWhileAFlagAsksTheJobsToEnd) {
+    for (std::atomic<bool>* const flag : {&closingDown, &tidyingThreadPool}) {
+        LoadObservedJob();
+        *flag = true;
+        std::atomic<bool> returned{false};
+        std::thread worker;
+        observed_.whenDestroyed = [&] {  // in the middle of a load, which holds the lock
+            worker = std::thread([&] {
+                EXPECT_EQ(ProcessWatch("web"), ResultNotEvaluated);
+                returned = true;
+            });
+            EXPECT_TRUE(WaitUntil([&] { return returned.load(); }, std::chrono::seconds(30)));
+        };
+
+        LoadJob("db");
+
+        ASSERT_TRUE(worker.joinable());
+        worker.join();
+        observed_.whenDestroyed = nullptr;
+        *flag = false;
+    }
 }
 
 TEST_F(ProcessWatchTest, SaysNothingOfAJobThatIsNotThere) {
