@@ -10,8 +10,6 @@ namespace kennly {
 
 namespace {
 
-constexpr int ArgumentVectorEntries = 20;
-
 bool Begins(const char* argument, const char* option) {
     return std::strncmp(argument, option, std::strlen(option)) == 0;
 }
@@ -54,12 +52,6 @@ void WriteUsage(std::ostream& out) {
            "Optional arguments:\n"
            "    -w                  (to run a watchdog watcher)\n"
            "    -f                  (to run in foreground)\n";
-}
-
-bool ArgumentsFit(int argumentCount) {
-    const int added = createWatcher ? 2 : 1;
-    const int terminator = 1;
-    return argumentCount + added + terminator <= ArgumentVectorEntries;
 }
 
 }  // namespace kennly

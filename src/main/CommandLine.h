@@ -17,9 +17,4 @@ bool ReadCommandLine(int argumentCount, const char* const* arguments);
 /// Writes the four lines of the usage text to `out`.
 void WriteUsage(std::ostream& out);
 
-/// Whether the arguments of this process, the program's path among them, leave room for the option
-/// that a parent adds when it executes the program again: for the child and, if `createWatcher` is
-/// set, for the watcher's child, which is two executions away.
-bool ArgumentsFit(int argumentCount);
-
 }  // namespace kennly

@@ -10,7 +10,9 @@
 #include "main/CommandLine.h"
 #include "main/Heartbeat.h"
 #include "main/Log.h"
+#include "main/ParentMain.h"
 #include "main/ProcessState.h"
+#include "main/ProcessTree.h"
 #include "main/Signals.h"
 
 namespace kennly {
@@ -54,13 +56,20 @@ void CloseStandardDescriptors() {
     }
 }
 
-[[noreturn]] void RunAsParent(int argumentCount) {
+[[noreturn]] void RunAsParent(int argumentCount, char** arguments) {
     if (!ArgumentsFit(argumentCount)) {
         LogError("too many arguments");
-    } else {
-        LogError("cannot run in the background yet - start with -f");
+        LogExit(1);
     }
-    LogExit(1);
+    DetachFromStarter();
+    WriteParentHeartbeat();
+    InstallParentSignals();
+    if (createWatcher) {
+        create_watchdogwatcher(argumentCount, arguments);
+    }
+    createchildprocess(argumentCount, arguments);
+    ReleaseSignals();
+    parent_main();
 }
 
 [[noreturn]] void RunAsChild() {
@@ -71,7 +80,7 @@ void CloseStandardDescriptors() {
     if (childMode) {
         InstallChildSignals();
     }
-    ResetInheritedSignals();  // a signal that is pending already finds its handler
+    ReleaseSignals();
     tzset();
     child_main();
 }
@@ -86,9 +95,10 @@ int RunDaemon(int argumentCount, char** arguments) {
             return 1;
         }
         roleTag = TagOfRole();
+        HoldSignals();  // until those of the role are in place
         CloseStandardDescriptors();
         if (!childMode && !foregroundMode) {
-            RunAsParent(argumentCount);
+            RunAsParent(argumentCount, arguments);
         }
         RunAsChild();
     } catch (...) {

@@ -9,6 +9,9 @@ namespace kennly {
 /// Every failure is silent. Never blocks on a file that is not a regular one. Main thread only.
 void WriteHeartbeat(const char* path) noexcept;
 
+/// WriteHeartbeat for the parent of this process's tree.
+void WriteParentHeartbeat() noexcept;
+
 /// WriteHeartbeat for the child, or the foreground process, of this process's tree.
 void WriteChildHeartbeat() noexcept;
 

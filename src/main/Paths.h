@@ -11,8 +11,15 @@ inline constexpr char MainConfigPath[] = "/opt/qrv/data/kennly/config/kennly.xml
 /// What the watcher tree loads its jobs from.
 inline constexpr char WatcherConfigPath[] = "/opt/qrv/data/kennly/config/dogdog.xml";
 
+/// Refreshed by the parent of the main tree.
+inline constexpr char ParentHeartbeatPath[] = "/opt/qrv/data/kennly/heartbeats/parent";
+
 /// Refreshed by the child of the main tree, and by a foreground process.
 inline constexpr char ChildHeartbeatPath[] = "/opt/qrv/data/kennly/heartbeats/child";
+
+/// Refreshed by the parent of the watcher tree.
+inline constexpr char WatcherParentHeartbeatPath[] =
+    "/opt/qrv/data/kennly/heartbeats/watcherparent";
 
 /// Refreshed by the child of the watcher tree, and by a foreground process that was given -W.
 inline constexpr char WatcherChildHeartbeatPath[] = "/opt/qrv/data/kennly/heartbeats/watcherchild";

@@ -17,17 +17,34 @@ void SetDisposition(int signal, void (*handler)(int)) {
     sigaction(signal, &action, nullptr);  // fails only for a signal that does not exist
 }
 
+void InstallDaemonSignals() {
+    for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGPIPE, SIGUSR1, SIGUSR2}) {
+        SetDisposition(signal, SIG_IGN);
+    }
+    SetDisposition(SIGTERM, OnTerminate);
+    SetDisposition(SIGCHLD, SIG_DFL);
+}
+
 }  // namespace
 
 void OnTerminate(int /*signal*/) {
     closingDown = true;
 }
 
-void ResetInheritedSignals() {
-    SetDisposition(SIGCHLD, SIG_DFL);
+void HoldSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+}
+
+void ReleaseSignals() {
     sigset_t none;
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &none, nullptr);
+}
+
+void InstallParentSignals() {
+    InstallDaemonSignals();
 }
 
 void InstallForegroundSignals() {
@@ -35,13 +52,11 @@ void InstallForegroundSignals() {
         SetDisposition(signal, OnTerminate);
     }
     SetDisposition(SIGPIPE, SIG_IGN);
+    SetDisposition(SIGCHLD, SIG_DFL);
 }
 
 void InstallChildSignals() {
-    for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGPIPE, SIGUSR1, SIGUSR2}) {
-        SetDisposition(signal, SIG_IGN);
-    }
-    SetDisposition(SIGTERM, OnTerminate);
+    InstallDaemonSignals();
 }
 
 }  // namespace kennly

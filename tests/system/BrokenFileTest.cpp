@@ -2,12 +2,26 @@
 
 namespace kennly::test {
 
-using ::testing::SizeIs;
-
 class BrokenFileTest : public DaemonTest {
 protected:
     std::string TooManyErrors() const {
         return Error("watchdog closing down as there have been too many load config errors");
+    }
+
+    std::size_t ParseErrors() const {
+        return ArrivalsOf(Error("Configuration file parse error")).size();
+    }
+
+    /// How often all threads but the first have gone to sleep by now.
+    long SleepsOfWorkers() const {
+        long sleeps = 0;
+        const auto counts = StatusFieldOfThreads(daemon->Pid(), "voluntary_ctxt_switches");
+        for (const auto& [thread, count] : counts) {
+            if (thread != daemon->Pid() && !count.empty()) {
+                sleeps += std::stol(count);
+            }
+        }
+        return sleeps;
     }
 
     static std::string JobThatTraces(const std::string& name) {
@@ -32,20 +46,35 @@ TEST_F(BrokenFileTest, RunsNoCommandWhileTheFileIsBrokenAndRecoversOnceItIsRepai
     StopDaemon();
 }
 
+TEST_F(BrokenFileTest, KeepsTheThreadsOfTheJobsInTheirCycleWhileTheFileIsBroken) {
+    Configure(Configuration(JobThatTraces("first"), "maxloaderrors=\"100\""));
+    StartDaemon();
+    ASSERT_TRUE(WaitForTraces("first", 1));
+
+    Configure("<broken");
+
+    ASSERT_TRUE(WaitForLine(Error("Configuration file parse error"), 2));
+    const long sleeps = SleepsOfWorkers();
+    EXPECT_TRUE(WaitUntil([&] { return SleepsOfWorkers() >= sleeps + 10; }, Generous));
+    EXPECT_EQ(StatusField(daemon->Pid(), "Threads"), "4");
+    StopDaemon();
+}
+
 TEST_F(BrokenFileTest, CountsOnlyErrorsInARow) {
-    Configure(Configuration(Marker("first"), "maxloaderrors=\"1\""));
+    Configure(Configuration(Marker("first"), "maxloaderrors=\"2\""));
     StartDaemon();
     ASSERT_TRUE(WaitForLine(Loaded("first")));
     Configure("<broken");
-    ASSERT_TRUE(WaitForLine(Error("Configuration file parse error"), 1));
-    Configure(Configuration(Marker("second")));
+    ASSERT_TRUE(WaitForLine(Error("Configuration file parse error")));
+    Configure(Configuration(Marker("second")));  // there are four seconds until the third error
     ASSERT_TRUE(WaitForLine(Loaded("second")));
+    const std::size_t errors = ParseErrors();
 
     Configure("<broken");
 
     EXPECT_EQ(EndOfDaemon(), std::optional<int>(0));
     EXPECT_TRUE(WaitForLine(Exit(0)));
-    EXPECT_THAT(ArrivalsOf(Error("Configuration file parse error")), SizeIs(3));
+    EXPECT_EQ(ParseErrors(), errors + 3);
     EXPECT_EQ(Lines().at(Lines().size() - 2), TooManyErrors());
 }
 

@@ -2,6 +2,8 @@
 
 namespace kennly::test {
 
+using ::testing::AnyOf;
+using ::testing::Each;
 using ::testing::IsEmpty;
 
 using CheckTest = DaemonTest;
@@ -26,6 +28,54 @@ TEST_F(CheckTest, LogsChecksThatCannotBeEvaluatedAndStartsNoRemedy) {
     EXPECT_FALSE(sandbox->FileExists(TracePath("remedy")));
     const std::vector<std::string> lines = Lines();
     EXPECT_THAT(lines, ::testing::Not(::testing::Contains(::testing::HasSubstr("remedy"))));
+}
+
+TEST_F(CheckTest, KeepsSilentAboutSocketsAndStartsNoRemedy) {
+    std::string jobs;
+    for (const std::string type : {"CheckSocketListening", "CheckListeningSocketResponse"}) {
+        jobs += Job(type, CheckOfType(type, {}) + Remedy("true"));
+        jobs += Job(type + "-port", CheckOfType(type, {"localhost", "1"}) + Remedy("true"));
+    }
+    Configure(
+        Configuration(jobs + Job("failing", Check("exit 1", "delay=\"1\"") + Remedy("true"))));
+
+    StartDaemon();
+
+    EXPECT_TRUE(WaitForRemedies("failing", 3));
+    StopDaemon();
+    EXPECT_THAT(Lines(), Each(AnyOf(RemedyRuns("failing", "true"), Exit(0))));
+}
+
+TEST_F(CheckTest, KeepsSilentAboutFilesThatAreGivenWronglyAndStartsNoRemedy) {
+    const std::string path = DataDirectory + "/config";
+    const std::string old = DataDirectory + "/old";
+    PutFile(old, std::time(nullptr) - 10000);
+    const std::vector<std::pair<std::string, std::vector<std::string>>> rows = {
+        {"CheckForFileChange", {}},
+        {"CheckForFileChange", {path, path}},
+        {"CheckForFileChange", {path, ""}},
+        {"CheckForFileChange", {""}},
+        {"CheckForNoFileChange", {}},
+        {"CheckForNoFileChange", {old}},
+        {"CheckForNoFileChange", {old, "1", "1"}},
+        {"CheckForNoFileChange", {"", "1"}},
+    };
+    std::string jobs =
+        Job("changed", CheckOfType("CheckForFileChange", {path}) + Remedy("true")) +
+        Job("stale", CheckOfType("CheckForNoFileChange", {old, "1"}) + Remedy("true"));
+    for (const auto& [type, params] : rows) {
+        jobs +=
+            Job("job" + std::to_string(jobs.size()), CheckOfType(type, params) + Remedy("true"));
+    }
+    Configure(Configuration(jobs));
+
+    StartDaemon();
+
+    EXPECT_TRUE(WaitForRemedies("changed", 1));
+    EXPECT_TRUE(WaitForRemedies("stale", 3));
+    StopDaemon();
+    EXPECT_THAT(Lines(),
+                Each(AnyOf(RemedyRuns("changed", "true"), RemedyRuns("stale", "true"), Exit(0))));
 }
 
 TEST_F(CheckTest, JudgesExitStatusesAsTheJobAsks) {

@@ -4,31 +4,9 @@ namespace kennly::test {
 
 using ::testing::AnyOf;
 using ::testing::Each;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 class CommandTest : public DaemonTest {
 protected:
-    static std::string PathOf(const std::string& name) { return DataDirectory + "/" + name; }
-
-    /// What a command wrote to a file, which it completes with the line "end".
-    std::string ReportOf(const std::string& name) const {
-        std::string content;
-        EXPECT_TRUE(WaitUntil(
-            [&] {
-                content = sandbox->ReadFile(PathOf(name)).value_or("");
-                return content.find("end\n") != std::string::npos;
-            },
-            Generous))
-            << name << ": " << content;
-        return content;
-    }
-
-    static std::string Reporting(const std::string& command, const std::string& name) {
-        return command + " >" + PathOf(name) + "; echo end >>" + PathOf(name);
-    }
-
     /// A job that writes the output of `command` once as its check and once as its remedy.
     void ReportFromCheckAndRemedy(const std::string& command) {
         Configure(Configuration(
@@ -63,30 +41,6 @@ protected:
         return 0;
     }
 };
-
-TEST_F(CommandTest, FindsNoDescriptorOfTheDaemonOpen) {
-    ReportFromCheckAndRemedy("ls -l /proc/self/fd");
-
-    StartDaemon();
-
-    for (const std::string name : {"check", "remedy"}) {
-        SCOPED_TRACE(name);
-        std::istringstream report(ReportOf(name));
-        std::vector<std::string> targets;
-        std::string line;
-        while (std::getline(report, line)) {
-            const std::size_t arrow = line.find(" -> ");
-            if (arrow != std::string::npos) {
-                targets.push_back(line.substr(arrow + 4));
-            }
-        }
-        // Its output, the directory that it lists, and what nohup and the shell give a remedy.
-        EXPECT_THAT(targets, ::testing::Contains(PathOf(name)));
-        EXPECT_THAT(targets, Each(AnyOf(PathOf(name), "/dev/null",
-                                        ::testing::MatchesRegex("/proc/[0-9]+/fd"))));
-    }
-    StopDaemon();
-}
 
 TEST_F(CommandTest, HasNoSignalBlockedAndObeysSIGTERM) {
     struct Row {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <syslog.h>
 
 #include <gmock/gmock.h>
@@ -17,12 +18,13 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "support/ProcessView.h"
 #include "support/Sandbox.h"
 #include "support/SandboxPolling.h"
 #include "system/Configuration.h"
-#include "system/ProcessView.h"
 
 namespace kennly::test {
 
@@ -34,8 +36,28 @@ inline constexpr std::chrono::seconds Prompt(3);
 
 inline const std::string MainConfiguration = DataDirectory + "/config/kennly.xml";
 inline const std::string WatcherConfiguration = DataDirectory + "/config/dogdog.xml";
+inline const std::string ParentHeartbeat = DataDirectory + "/heartbeats/parent";
 inline const std::string ChildHeartbeat = DataDirectory + "/heartbeats/child";
+inline const std::string WatcherParentHeartbeat = DataDirectory + "/heartbeats/watcherparent";
 inline const std::string WatcherChildHeartbeat = DataDirectory + "/heartbeats/watcherchild";
+
+// Lines of the process with that number, as it sees it itself, and the tag of its role.
+
+inline std::string ErrorLine(const std::string& number, const std::string& tag,
+                             const std::string& text) {
+    return "kennly local4.err " + number + ":" + tag + ": " + text + "\n";
+}
+inline std::string DebugLine(const std::string& number, const std::string& tag,
+                             const std::string& text) {
+    return "kennly local4.debug " + number + ":" + tag + ": " + text + "\n";
+}
+inline std::string ExitLine(const std::string& number, const std::string& tag, int status) {
+    return "kennly local4.debug " + number + ":" + tag + " exit(" + std::to_string(status) + ")";
+}
+/// What a process says of the job that is its Marker.
+inline std::string LoadedText(const std::string& marker) {
+    return "job not enabled - ignoring job: " + marker;
+}
 
 /// A sandbox with the real program in it, seen as an administrator sees it.
 ///
@@ -68,6 +90,11 @@ protected:
     /// The same, with a modification time.
     void ConfigureAt(std::time_t time, const std::string& content,
                      const std::string& path = MainConfiguration) {
+        PutFile(path, time, content);
+    }
+
+    /// Puts any file in its place at once, with a modification time.
+    void PutFile(const std::string& path, std::time_t time, const std::string& content = "") {
         const std::string draft = path + ".draft";
         ASSERT_TRUE(sandbox->WriteFile(draft, content));
         ASSERT_TRUE(sandbox->SetFileTime(draft, time));
@@ -89,6 +116,37 @@ protected:
         return WaitUntil([&] { return TracesOf(name).size() >= count; }, Generous);
     }
 
+    bool WaitForMoreTraces(const std::string& name, std::size_t count) const {
+        return WaitForTraces(name, TracesOf(name).size() + count);
+    }
+
+    /// What a Reporting command has written, all of it.
+    std::string ReportOf(const std::string& name) const {
+        std::string content;
+        EXPECT_TRUE(WaitUntil(
+            [&] {
+                content = sandbox->ReadFile(PathOf(name)).value_or("");
+                return content.find("end\n") != std::string::npos;
+            },
+            Generous))
+            << name << ": " << content;
+        return content;
+    }
+
+    /// What the symbolic links lead to that a long listing tells of.
+    static std::vector<std::string> ListedTargets(const std::string& listing) {
+        std::istringstream lines(listing);
+        std::vector<std::string> targets;
+        std::string line;
+        while (std::getline(lines, line)) {
+            const std::size_t arrow = line.find(" -> ");
+            if (arrow != std::string::npos) {
+                targets.push_back(line.substr(arrow + 4));
+            }
+        }
+        return targets;
+    }
+
     /// The modification time in nanoseconds, 0 when there is no such file.
     std::int64_t TimeOf(const std::string& path) const {
         struct stat status = {};
@@ -103,6 +161,30 @@ protected:
         return WaitUntil([&] { return TimeOf(path) > time; }, Generous);
     }
 
+    /// The beats of a time in each of the files, those that follow each other within half a second
+    /// taken as one.
+    std::vector<std::vector<std::int64_t>> BeatsWithin(
+        std::chrono::seconds duration, const std::vector<std::string>& paths) const {
+        std::vector<std::vector<std::int64_t>> beats;
+        std::vector<std::int64_t> last;
+        for (const std::string& path : paths) {
+            last.push_back(TimeOf(path));
+            beats.push_back({last.back()});
+        }
+        const auto end = Clock::now() + duration;
+        while (Clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            for (std::size_t index = 0; index < paths.size(); ++index) {
+                const std::int64_t time = TimeOf(paths[index]);
+                if (time - last[index] > 500'000'000) {
+                    beats[index].push_back(time);
+                }
+                last[index] = time;
+            }
+        }
+        return beats;
+    }
+
     // ---- the daemon
 
     void StartDaemon(const std::vector<std::string>& options = {"-f"},
@@ -114,15 +196,33 @@ protected:
         number = NumberInside(daemon->Pid());
     }
 
+    /// Runs the program to its end and returns its exit status, -1 when it did not exit.
+    ///
+    /// Starts it through a shell that tells its number: one that ends at once cannot be asked.
+    int RunToItsEnd(const std::vector<std::string>& options, StartOptions start = {}) {
+        std::string line = "echo $$; exec " KENNLY_PROGRAM;
+        for (const std::string& option : options) {
+            line += " '" + option + "'";
+        }
+        start.captureOutput = true;
+        start.captureError = true;
+        daemon = sandbox->Start({"sh", "-c", line}, start);
+        const int status = EndOfDaemon().value_or(-1);
+        const std::string all = daemon->OutputText();
+        number = all.substr(0, all.find('\n'));
+        runOutput = all.substr(number.size() + 1);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
     /// The raw wait status of the daemon; nothing when it has not ended within the limit.
     std::optional<int> EndOfDaemon(std::chrono::seconds limit = Generous) {
         return daemon->WaitForEnd(limit);
     }
 
     /// Ends the daemon as an administrator does. Its last line has been recorded then.
-    void StopDaemon() {
+    void StopDaemon(std::chrono::seconds limit = Prompt) {
         ASSERT_TRUE(daemon->Signal(SIGTERM)) << "the daemon runs no longer";
-        ASSERT_EQ(EndOfDaemon(Prompt), std::optional<int>(0));
+        ASSERT_EQ(EndOfDaemon(limit), std::optional<int>(0));
         EXPECT_TRUE(WaitForLine(Exit(0)));
     }
 
@@ -139,22 +239,21 @@ protected:
 
     // ---- the log
 
-    std::string Error(const std::string& text) const {
-        return "kennly local4.err " + number + ":" + tag + ": " + text + "\n";
-    }
-    std::string Debug(const std::string& text) const {
-        return "kennly local4.debug " + number + ":" + tag + ": " + text + "\n";
-    }
-    std::string Exit(int status) const {
-        return "kennly local4.debug " + number + ":" + tag + " exit(" + std::to_string(status) +
-               ")";
-    }
+    std::string Error(const std::string& text) const { return ErrorLine(number, tag, text); }
+    std::string Debug(const std::string& text) const { return DebugLine(number, tag, text); }
+    std::string Exit(int status) const { return ExitLine(number, tag, status); }
     /// The line that tells that the file with that Marker has been loaded.
-    std::string Loaded(const std::string& marker) const {
-        return Debug("job not enabled - ignoring job: " + marker);
-    }
+    std::string Loaded(const std::string& marker) const { return Debug(LoadedText(marker)); }
     std::string RemedyRuns(const std::string& job, const std::string& command) const {
         return Debug(job + " check failed - running remedy: " + command);
+    }
+
+    /// How often the remedy of a job has been announced since the daemon was started.
+    std::size_t RemediesOf(const std::string& job, const std::string& command = "true") const {
+        return ArrivalsOf(RemedyRuns(job, command)).size();
+    }
+    bool WaitForRemedies(const std::string& job, std::size_t count) const {
+        return WaitForLine(RemedyRuns(job, "true"), count);
     }
 
     std::vector<std::string> Lines() const {
@@ -187,6 +286,7 @@ protected:
     Clock::time_point started;
     std::string number;      // of the daemon, as it sees it
     std::string tag = "  ";  // of its role
+    std::string runOutput;   // of the program that RunToItsEnd has run
     std::time_t fileTime = 1700000000;
 
 private:

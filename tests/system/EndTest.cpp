@@ -86,6 +86,7 @@ TEST_F(EndTest, DoesNotWaitForAReloadThatWaitsForThePauseOfAJob) {
     const std::int64_t loaded = TimeOf(ChildHeartbeat);
     ASSERT_FALSE(WaitUntil([&] { return TimeOf(ChildHeartbeat) > loaded + 2000000000; },
                            std::chrono::seconds(6)));
+    ASSERT_NE(StatusField(daemon->Pid(), "Threads"), "1");
 
     Signal(SIGTERM);
 }

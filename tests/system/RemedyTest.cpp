@@ -6,12 +6,7 @@ using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::SizeIs;
 
-class RemedyTest : public DaemonTest {
-protected:
-    bool WaitForMoreTraces(const std::string& name, std::size_t count) const {
-        return WaitForTraces(name, TracesOf(name).size() + count);
-    }
-};
+using RemedyTest = DaemonTest;
 
 TEST_F(RemedyTest, IsHeldBackWhileABlockFileExists) {
     const std::string block = DataDirectory + "/block";

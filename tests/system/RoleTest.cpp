@@ -1,8 +1,4 @@
-#include <sys/ptrace.h>
-#include <sys/wait.h>
-
-#include <cerrno>
-
+#include "support/TracedProcess.h"
 #include "system/DaemonFixture.h"
 
 namespace kennly::test {
@@ -96,23 +92,12 @@ TEST_F(RoleTest, OfAChildEndsWithItsParent) {
     const pid_t child = FindDaemon();
     number = NumberInside(child);
     ASSERT_TRUE(WaitForLine(Loaded("loaded")));
-    // Who traces a process learns its status, although others are its parents.
-    ASSERT_EQ(ptrace(PTRACE_SEIZE, child, nullptr, nullptr), 0) << std::strerror(errno);
+    TracedProcess traced(child);
 
     ASSERT_TRUE(parent->Signal(SIGKILL));
 
-    int status = -1;
-    const auto hasEnded = [&] {
-        return waitpid(child, &status, WNOHANG) == child;
-    };
     // At the latest after the pause that follows a load.
-    const bool ended = WaitUntil(hasEnded, std::chrono::seconds(9));
-    if (!ended) {  // a traced process that nobody waits for would keep the sandbox from ending
-        kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
-    }
-    ASSERT_TRUE(ended);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(traced.WaitForEnd(std::chrono::seconds(9)), std::optional<int>(0));
     EXPECT_TRUE(WaitForLine(Exit(0)));
     EXPECT_THAT(Lines(), ElementsAre(Loaded("loaded"), Exit(0)));
 }

@@ -12,26 +12,6 @@ protected:
     static std::string FailingJob() {
         return Job("web", Check("exit 1", "delay=\"1\"") + Remedy(NoteInShell("remedy")));
     }
-
-    /// Starts the program through a shell that tells its number: one that ends at once cannot be
-    /// asked.
-    int RunToItsEnd(const std::vector<std::string>& options) {
-        std::string line = "echo $$; exec " KENNLY_PROGRAM;
-        for (const std::string& option : options) {
-            line += " '" + option + "'";
-        }
-        StartOptions start;
-        start.captureOutput = true;
-        start.captureError = true;
-        daemon = sandbox->Start({"sh", "-c", line}, start);
-        const int status = EndOfDaemon().value_or(-1);
-        const std::string output = daemon->OutputText();
-        number = output.substr(0, output.find('\n'));
-        output_ = output.substr(number.size() + 1);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    std::string output_;  // of the program alone
 };
 
 TEST_F(StartTest, PrintsTheUsageAndNothingElseForAnUnknownArgument) {
@@ -47,7 +27,7 @@ TEST_F(StartTest, PrintsTheUsageAndNothingElseForAnUnknownArgument) {
                   "Optional arguments:\n"
                   "    -w                  (to run a watchdog watcher)\n"
                   "    -f                  (to run in foreground)\n");
-        EXPECT_EQ(output_, "");
+        EXPECT_EQ(runOutput, "");
         EXPECT_THAT(Lines(), IsEmpty());
         EXPECT_FALSE(sandbox->FileExists(ChildHeartbeat));
     }
@@ -94,29 +74,6 @@ TEST_F(StartTest, PrintsTextsOfTheConfigurationAsTheyStand) {
     EXPECT_TRUE(WaitForLine(Loaded(" blank ")));
 
     StopDaemon();
-}
-
-TEST_F(StartTest, RefusesToRunInTheBackground) {
-    struct Row {
-        std::vector<std::string> options;
-        const char* tag;
-    };
-    const std::vector<Row> rows = {
-        {{}, "P "}, {{"-w"}, "P "}, {{"-W"}, "WP"}, {{"-w", "-W"}, "WP"}};
-    std::vector<std::string> expected;
-    for (const Row& row : rows) {
-        SCOPED_TRACE(::testing::PrintToString(row.options));
-        tag = row.tag;
-
-        EXPECT_EQ(RunToItsEnd(row.options), 1);
-
-        expected.push_back(Error("cannot run in the background yet - start with -f"));
-        expected.push_back(Exit(1));
-        EXPECT_TRUE(WaitForLine(Exit(1)));
-        EXPECT_EQ(Lines(), expected);
-        EXPECT_EQ(daemon->ErrorText(), "");
-        EXPECT_EQ(output_, "");
-    }
 }
 
 TEST_F(StartTest, RefusesMoreArgumentsThanItCouldPassOn) {

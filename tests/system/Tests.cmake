@@ -1,16 +1,35 @@
 # Each starts the program in sandboxes of its own and mostly waits, so that all may run at once.
-kennly_unit_test(StartTest LABEL system TIMEOUT 120)
-kennly_unit_test(RoleTest LABEL system TIMEOUT 120)
-kennly_unit_test(EndTest LABEL system TIMEOUT 120)
-kennly_unit_test(HeartbeatTest LABEL system TIMEOUT 120)
-kennly_unit_test(LoadTest LABEL system TIMEOUT 120)
-kennly_unit_test(ReloadTest LABEL system TIMEOUT 120)
-kennly_unit_test(RebuildTest LABEL system TIMEOUT 120)
-kennly_unit_test(BrokenFileTest LABEL system TIMEOUT 120)
-kennly_unit_test(MissingFileTest LABEL system TIMEOUT 120)
-kennly_unit_test(LoadErrorLimitTest LABEL system TIMEOUT 120)
-kennly_unit_test(CycleTest LABEL system TIMEOUT 120)
-kennly_unit_test(CheckTest LABEL system TIMEOUT 120)
-kennly_unit_test(ThrottleTest LABEL system TIMEOUT 120)
-kennly_unit_test(RemedyTest LABEL system TIMEOUT 120)
-kennly_unit_test(CommandTest LABEL system TIMEOUT 120)
+foreach(name
+        StartTest RoleTest EndTest HeartbeatTest LoadTest ReloadTest RebuildTest BrokenFileTest
+        MissingFileTest LoadErrorLimitTest CycleTest CheckTest ThrottleTest RemedyTest CommandTest
+        TreeTest TreeSignalTest TreeHeartbeatTest TreeDeathTest TreeStopTest
+        StubbornChildTest EarlySignalTest ProgramPathTest TreeFailureTest LostParentTest)
+    kennly_unit_test(${name} LABEL system TIMEOUT 120)
+endforeach()
+foreach(name
+        DescriptorTest FileChangeTest FileStaleTest ManyThreadsTest)
+    kennly_unit_test(${name} LABEL system TIMEOUT 600)
+endforeach()
+# These wait the longest, and so are started first.
+foreach(name FileChangeTest FileStaleTest)
+    set_tests_properties(system/${name} PROPERTIES COST 1000)
+endforeach()
+
+# system_preload(<name> <library> <constant>): has the test know the path of a library that it loads into
+# the program.
+function(system_preload name library constant)
+    target_compile_definitions(system_${name} PRIVATE ${constant}="$<TARGET_FILE:${library}>")
+    add_dependencies(system_${name} ${library})
+endfunction()
+
+# What the program closes stays open for longer.
+add_library(kennly_slow_close MODULE SlowClose.cpp)
+target_link_libraries(kennly_slow_close PRIVATE kennly_flags)
+system_preload(DescriptorTest kennly_slow_close KENNLY_SLOW_CLOSE)
+
+# Calls that fail or take long.
+add_library(kennly_hampered_calls MODULE HamperedCalls.cpp)
+target_link_libraries(kennly_hampered_calls PRIVATE kennly_flags)
+foreach(name EarlySignalTest LostParentTest TreeFailureTest TreeTest)
+    system_preload(${name} kennly_hampered_calls KENNLY_HAMPERED_CALLS)
+endforeach()

@@ -13,8 +13,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -50,6 +52,15 @@ std::atomic<int> threadsAskedFor{0};
 std::atomic<int> threadThatFails{0};
 
 std::atomic<int> jobsStarted{0};
+std::atomic<int> jobsRunning{0};
+
+// Called each time the main thread asks whether a worker has ended.
+std::function<void()> whenJoining;
+
+// The next short sleep of the main thread, as between two such questions, throws. The job named
+// "held" ends only then.
+thread_local bool sleepThrows = false;
+std::atomic<bool> sleepHasThrown{false};
 
 std::optional<kennly::test::FailingOnceAllocation> failingAllocation;
 
@@ -61,6 +72,10 @@ int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
                           void* argument);
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                           void* argument);
+int __real_pthread_tryjoin_np(pthread_t thread, void** exitValue);
+int __wrap_pthread_tryjoin_np(pthread_t thread, void** exitValue);
+int __real_nanosleep(const timespec* duration, timespec* left);
+int __wrap_nanosleep(const timespec* duration, timespec* left);
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                           void* argument) {
@@ -68,6 +83,22 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
         return EAGAIN;
     }
     return __real_pthread_create(thread, attributes, body, argument);
+}
+
+int __wrap_pthread_tryjoin_np(pthread_t thread, void** exitValue) {
+    if (whenJoining) {
+        whenJoining();
+    }
+    return __real_pthread_tryjoin_np(thread, exitValue);
+}
+
+int __wrap_nanosleep(const timespec* duration, timespec* left) {
+    if (sleepThrows) {
+        sleepThrows = false;
+        sleepHasThrown = true;
+        throw std::runtime_error("from a sleep");
+    }
+    return __real_nanosleep(duration, left);
 }
 }
 
@@ -84,10 +115,13 @@ void WriteChildHeartbeat() noexcept {
 // Runs until it is told to end, as the real one does. A job named "stuck" never ends.
 void ProcessJob(const std::string& name) {
     test::Note(name + " started");
+    ++jobsRunning;
     ++jobsStarted;
-    while (!(tidyingThreadPool || closingDown) || name == "stuck") {
+    while (!(tidyingThreadPool || closingDown) || name == "stuck" ||
+           (name == "held" && !sleepHasThrown)) {
         usleep(1000);
     }
+    --jobsRunning;
     if (tidyingThreadPool && !closingDown) {
         test::Note(name + " ended for a reload");
     }
@@ -276,6 +310,28 @@ TEST_F(ChildMainTest, CountsAFileThatIsRefusedLikeAMissingOne) {
     EXPECT_EQ(process.lines[4], process.Error("C ", TooMany));
 }
 
+TEST_F(ChildMainTest, CountsALookAtTheFileThatRunsOutOfMemoryLikeAMissingFile) {
+    Configure(Jobs({}));
+
+    const EndedProcess process = Run([] {
+        maxLoadErrors = 1;
+        for (const int beforeTheLook : {1, 3}) {
+            atHeartbeat[beforeTheLook] = [] {
+                failingAllocation.emplace(0);
+            };
+            atHeartbeat[beforeTheLook + 1] = [] {
+                failingAllocation.reset();
+            };
+        }
+    });
+
+    EXPECT_TRUE(process.ExitedWith(0));
+    EXPECT_EQ(Rhythm(process), "BBppBB");
+    const RecordedLine failure = process.Error("C ", "exception in ReloadConfigIfConfigHasChanged");
+    EXPECT_THAT(process.lines,
+                ElementsAre(failure, failure, process.Error("C ", TooMany), process.Exit("C ", 0)));
+}
+
 TEST_F(ChildMainTest, EndsAtTheFirstFailureWhenNoneIsTolerated) {
     Configure(Jobs({"web"}, "maxloaderrors='0'"));
     AtPause(5, [this] { ASSERT_EQ(unlink(directory_.Path("kennly.xml").c_str()), 0); });
@@ -330,18 +386,43 @@ TEST_F(ChildMainTest, ForgetsFailuresWhenTheFileIsBackUnchanged) {
     EXPECT_THAT(process.lines, ElementsAre(process.Exit("C ", 0)));
 }
 
-TEST_F(ChildMainTest, KeepsTheJobsRunningWhileTheFileIsMissing) {
+TEST_F(ChildMainTest, KeepsTheJobsRunningWhileTheFileIsMissingUntilThatHasLastedTooLong) {
     Configure(Jobs({"web"}));
-    AtPause(5, [this] { ASSERT_EQ(unlink(directory_.Path("kennly.xml").c_str()), 0); });
-    AtPause(9, [] {
+    AtPause(5, [this] {
         AwaitStart(1);
-        Note(FindConfiguredJob("web") && GetThreadPool() ? "still there" : "gone");
+        ASSERT_EQ(unlink(directory_.Path("kennly.xml").c_str()), 0);
     });
-    CloseAtPause(10);
+    AtPause(25, [] {
+        Note(std::to_string(jobsRunning) + " running, " +
+             (FindConfiguredJob("web") && GetThreadPool() ? "still there" : "gone"));
+    });
 
     const EndedProcess process = Run();
 
-    EXPECT_THAT(OtherNotes(process), ElementsAre("web started", "still there"));
+    EXPECT_TRUE(process.ExitedWith(0));
+    EXPECT_THAT(Pauses(process), ElementsAre(5, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2));
+    EXPECT_THAT(OtherNotes(process), ElementsAre("web started", "1 running, still there"));
+    EXPECT_THAT(process.lines, ElementsAre(process.Error("C ", TooMany), process.Exit("C ", 0)));
+}
+
+TEST_F(ChildMainTest, KeepsThePoolAndItsJobsRunningWhenTheFileIsRefused) {
+    Configure(Jobs({"web"}));
+    std::shared_ptr<WatchDogThreadPool> before;
+    AtPause(5, [&] {
+        AwaitStart(1);
+        before = GetThreadPool();
+        Configure("<dog>");
+    });
+    AtPause(7, [&] {
+        Note(std::to_string(jobsRunning) + " running on " +
+             (GetThreadPool() == before ? "the same pool" : "another pool"));
+        closingDown = true;
+    });
+
+    const EndedProcess process = Run();
+
+    EXPECT_EQ(Rhythm(process), "BBBpppppBBpp");
+    EXPECT_THAT(OtherNotes(process), ElementsAre("web started", "1 running on the same pool"));
 }
 
 TEST_F(ChildMainTest, ReplacesThePoolWhenTheFileHasChanged) {
@@ -384,19 +465,19 @@ TEST_F(ChildMainTest, ReplacesThePoolForAnOlderFileToo) {
 
 TEST_F(ChildMainTest, TearsNothingDownInTheFirstCycle) {
     Configure(Jobs({}));
-    CloseAtPause(1);
-
-    const EndedProcess process = Run([] {
-        CreateThreadPool(1);
-        atHeartbeat[2] = [] {
-            Note("before " + std::to_string(GetThreadPool() != nullptr));
-        };
-        atHeartbeat[3] = [] {
-            Note("after " + std::to_string(threadsAskedFor));
-        };
+    std::shared_ptr<WatchDogThreadPool> before;
+    AtPause(1, [&] {
+        Note(GetThreadPool() == before ? "the same pool" : "another pool");
+        closingDown = true;
     });
 
-    EXPECT_THAT(OtherNotes(process), ElementsAre("before 1", "after 1"));
+    const EndedProcess process = Run([&] {
+        CreateThreadPool(1);
+        before = GetThreadPool();
+    });
+
+    EXPECT_EQ(Rhythm(process), "BBBp");
+    EXPECT_THAT(OtherNotes(process), ElementsAre("the same pool"));
 }
 
 TEST_F(ChildMainTest, TearsDownAPoolThatIsNotThereAfterAFailedFirstCycle) {
@@ -426,6 +507,51 @@ TEST_F(ChildMainTest, CountsAFailedRebuildAsAFailedCycle) {
     EXPECT_THAT(Pauses(process), IsEmpty());
     EXPECT_THAT(process.lines, ElementsAre(process.Error("C ", "Error creating Thread Pool"),
                                            process.Error("C ", TooMany), process.Exit("C ", 0)));
+}
+
+TEST_F(ChildMainTest, ForgetsNoFailureForALoadWhoseRebuildFails) {
+    Configure("<dog>");
+    AtPause(2, [this] {
+        Configure(Jobs({"web"}));
+        threadThatFails = 2;
+    });
+
+    const EndedProcess process = Run([] { maxLoadErrors = 1; });
+
+    EXPECT_TRUE(process.ExitedWith(0));
+    EXPECT_THAT(Pauses(process), ElementsAre(2));
+    ASSERT_EQ(process.lines.size(), 5U);
+    EXPECT_EQ(process.lines[1], process.Error("C ", "Configuration file parse error"));
+    EXPECT_EQ(process.lines[2], process.Error("C ", "Error creating Thread Pool"));
+    EXPECT_EQ(process.lines[3], process.Error("C ", TooMany));
+}
+
+TEST_F(ChildMainTest, CountsATeardownThatFailsAsAFailedCycleAndBuildsNoNewPool) {
+    Configure(Jobs({"held"}));
+    AtPause(5, [this] {
+        AwaitStart(1);
+        Configure(Jobs({"web"}, "maxloaderrors='1'"));
+    });
+    AtPause(6, [this] {
+        Note("threads " + std::to_string(threadsAskedFor));
+        Configure(Jobs({"web"}));
+        threadThatFails = 4;  // so that one failure more follows
+    });
+
+    const EndedProcess process = Run([] {
+        atHeartbeat[5] = [] {
+            sleepThrows = true;
+        };
+    });
+
+    EXPECT_TRUE(process.ExitedWith(0));
+    EXPECT_EQ(Rhythm(process), "BBBpppppBBbbBpBBbbB");
+    EXPECT_THAT(OtherNotes(process),
+                ElementsAre("held started", "held ended for a reload", "threads 3"));
+    EXPECT_THAT(process.lines,
+                ElementsAre(process.Error("C ", "exception while tidying threadpool!"),
+                            process.Error("C ", "Error creating Thread Pool"),
+                            process.Error("C ", TooMany), process.Exit("C ", 0)));
 }
 
 TEST_F(ChildMainTest, DoesNotRepeatAFailedRebuildUntilTheFileChanges) {
@@ -562,14 +688,18 @@ TEST_F(ChildMainTest, BuildsNoNewPoolWhenAShutdownCutsTheTeardownOfTheOldOneShor
         AwaitStart(1);
         Configure(Jobs({"stuck", "db"}));
         // Comes while the worker of the stuck job is being joined, which would never end.
-        std::signal(SIGALRM, OnTerminate);
-        ualarm(200'000, 0);
+        whenJoining = [] {
+            raise(SIGTERM);
+        };
     });
 
-    const EndedProcess process =
-        Run([] { std::atexit([] { Note("threads " + std::to_string(threadsAskedFor)); }); });
+    const EndedProcess process = Run([] {
+        InstallChildSignals();
+        std::atexit([] { Note("threads " + std::to_string(threadsAskedFor)); });
+    });
 
     EXPECT_TRUE(process.ExitedWith(0));
+    EXPECT_EQ(Rhythm(process), "BBBpppppBBbB");
     EXPECT_THAT(OtherNotes(process), ElementsAre("stuck started", "threads 3"));
     EXPECT_THAT(process.lines, ElementsAre(process.Exit("C ", 0)));
     EXPECT_EQ(Left(process), "nothing");

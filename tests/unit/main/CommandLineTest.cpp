@@ -151,18 +151,4 @@ TEST_F(CommandLineTest, WritesFourLinesOfUsage) {
               "    -f                  (to run in foreground)\n");
 }
 
-TEST_F(CommandLineTest, HasRoomForEighteenArgumentsAndAnOptionForTheChild) {
-    EXPECT_TRUE(ArgumentsFit(1));
-    EXPECT_TRUE(ArgumentsFit(18));
-    EXPECT_FALSE(ArgumentsFit(19));
-    EXPECT_FALSE(ArgumentsFit(1000));
-}
-
-TEST_F(CommandLineTest, KeepsRoomForBothOptionsOfTheWatchersChild) {
-    createWatcher = true;
-
-    EXPECT_TRUE(ArgumentsFit(17));
-    EXPECT_FALSE(ArgumentsFit(18));
-}
-
 }  // namespace kennly::test

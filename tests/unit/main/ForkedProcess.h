@@ -42,6 +42,10 @@ void Note(const std::string& text);
 /// what `body` returns, unless `body` ends it in another way; an exit hands its log over.
 EndedProcess RunForked(const std::function<int()>& body);
 
+/// In the forked process: waits for the child of its own that ends next. Returns how it ended, as
+/// "exit 0" or "signal 9", or "no child".
+std::string EndOfAChild();
+
 namespace forked {
 
 inline int notesTo = -1;
@@ -123,6 +127,15 @@ inline EndedProcess RunForked(const std::function<int()>& body) {
         throw std::runtime_error("the end of the fork is lost");
     }
     return process;
+}
+
+inline std::string EndOfAChild() {
+    int status = 0;
+    if (waitpid(-1, &status, 0) <= 0) {
+        return "no child";
+    }
+    return WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
+                             : "signal " + std::to_string(WTERMSIG(status));
 }
 
 }  // namespace kennly::test

@@ -6,65 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstdarg>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "main/ProcessState.h"
+#include "support/ObservedOpening.h"
 #include "support/SandboxDescriptor.h"
 #include "support/TemporaryDirectory.h"
-
-namespace {
-
-// How a file was opened while `observed` is set.
-struct Opened {
-    std::string path;
-    bool closesOnExecute;
-};
-struct Opening {
-    bool observed = false;
-    std::string redirectedTo;  // opened instead of the path asked for, unless empty
-    std::vector<Opened> files;
-} opening;
-
-// Goes through whichever function the build makes of "open".
-template <typename Open>
-int Observe(Open open, const char* path) {
-    if (!opening.observed) {
-        return open(path);
-    }
-    const int file = open(opening.redirectedTo.empty() ? path : opening.redirectedTo.c_str());
-    opening.files.push_back({path, (fcntl(file, F_GETFD) & FD_CLOEXEC) != 0});
-    return file;
-}
-
-}  // namespace
-
-extern "C" {
-
-int __real_open(const char* path, int flags, ...);
-int __wrap_open(const char* path, int flags, ...);
-int __real_open64(const char* path, int flags, ...);
-int __wrap_open64(const char* path, int flags, ...);
-
-int __wrap_open(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return Observe([=](const char* chosen) { return __real_open(chosen, flags, mode); }, path);
-}
-
-int __wrap_open64(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return Observe([=](const char* chosen) { return __real_open64(chosen, flags, mode); }, path);
-}
-}
 
 namespace kennly::test {
 
@@ -134,8 +83,7 @@ TEST_F(HeartbeatTest, KeepsLongerContentButItsFirstByte) {
 
 TEST_F(HeartbeatTest, RefreshesTheModificationTime) {
     const std::string path = directory_.Write("child", " ");
-    const std::array<timespec, 2> longAgo = {timespec{1000, 0}, timespec{1000, 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), longAgo.data(), 0), 0);
+    ASSERT_TRUE(directory_.SetTime("child", 1000));
     const time_t before = time(nullptr);
 
     Write(path);
@@ -205,21 +153,37 @@ TEST_F(HeartbeatTest, OpensTheFileSoThatNoCommandInheritsIt) {
     EXPECT_TRUE(opening.files[0].closesOnExecute);
 }
 
-TEST_F(HeartbeatTest, WritesTheFileOfItsOwnTree) {
-    const std::vector<std::pair<bool, std::string>> rows = {
-        {false, "/opt/qrv/data/kennly/heartbeats/child"},
-        {true, "/opt/qrv/data/kennly/heartbeats/watcherchild"},
+TEST_F(HeartbeatTest, DoesNotTakeATerminalInItsPlaceForItsOwn) {
+    opening.observed = true;
+
+    Write(directory_.Path("child"));
+
+    ASSERT_THAT(opening.files, SizeIs(1));
+    EXPECT_NE(opening.files[0].flags & O_NOCTTY, 0);
+}
+
+TEST_F(HeartbeatTest, WritesTheFileOfTheRoleInItsOwnTree) {
+    struct Row {
+        void (*write)();
+        bool ofWatcher;
+        const char* path;
     };
-    for (const auto& [ofWatcher, path] : rows) {
-        SCOPED_TRACE(path);
+    const std::vector<Row> rows = {
+        {WriteParentHeartbeat, false, "/opt/qrv/data/kennly/heartbeats/parent"},
+        {WriteParentHeartbeat, true, "/opt/qrv/data/kennly/heartbeats/watcherparent"},
+        {WriteChildHeartbeat, false, "/opt/qrv/data/kennly/heartbeats/child"},
+        {WriteChildHeartbeat, true, "/opt/qrv/data/kennly/heartbeats/watcherchild"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.path);
         opening = {true, directory_.Path("redirected"), {}};
         directory_.Write("redirected", "");
-        watcherMode = ofWatcher;
+        watcherMode = row.ofWatcher;
 
-        WriteChildHeartbeat();
+        row.write();
 
         ASSERT_THAT(opening.files, SizeIs(1));
-        EXPECT_EQ(opening.files[0].path, path);
+        EXPECT_EQ(opening.files[0].path, row.path);
         EXPECT_EQ(directory_.Read("redirected"), " ");
     }
 }

@@ -24,6 +24,14 @@ namespace {
 const std::vector<int> AllSignals = {SIGINT,  SIGQUIT, SIGHUP,  SIGTERM,
                                      SIGPIPE, SIGUSR1, SIGUSR2, SIGCHLD};
 
+struct Role {
+    const char* name;
+    void (*install)();
+};
+const Role Parent = {"parent", InstallParentSignals};
+const Role Foreground = {"foreground", InstallForegroundSignals};
+const Role Child = {"child", InstallChildSignals};
+
 struct sigaction Disposition(int signal) {
     struct sigaction action = {};
     sigaction(signal, nullptr, &action);
@@ -56,6 +64,18 @@ std::vector<int> BlockedSignals() {
     return blocked;
 }
 
+// What a program may block: the kernel keeps two for itself, and the C library those below
+// SIGRTMIN.
+std::vector<int> SignalsThatCanBeBlocked() {
+    std::vector<int> signals;
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        if (signal != SIGKILL && signal != SIGSTOP && (signal < 32 || signal >= SIGRTMIN)) {
+            signals.push_back(signal);
+        }
+    }
+    return signals;
+}
+
 }  // namespace
 
 class SignalsTest : public ::testing::Test {
@@ -64,8 +84,8 @@ protected:
         pthread_sigmask(SIG_SETMASK, nullptr, &maskBefore_);
         for (const int signal : AllSignals) {
             before_[signal] = Disposition(signal);
-            std::signal(signal, SIG_DFL);
         }
+        SetAllToDefault();
         closingDown = false;
     }
 
@@ -75,6 +95,12 @@ protected:
         }
         pthread_sigmask(SIG_SETMASK, &maskBefore_, nullptr);
         closingDown = false;
+    }
+
+    static void SetAllToDefault() {
+        for (const int signal : AllSignals) {
+            std::signal(signal, SIG_DFL);
+        }
     }
 
     std::map<int, struct sigaction> before_;
@@ -103,13 +129,18 @@ TEST_F(SignalsTest, LetsEverySignalEndAForegroundProcessButIgnoresBrokenPipes) {
     EXPECT_THAT(SignalsWithHandler(SIG_DFL), ElementsAre(SIGCHLD));
 }
 
-TEST_F(SignalsTest, LetsOnlyTheTerminateSignalEndAChild) {
-    InstallChildSignals();
+TEST_F(SignalsTest, LetsOnlyTheTerminateSignalEndAParentOrAChild) {
+    for (const Role& role : {Parent, Child}) {
+        SCOPED_TRACE(role.name);
+        SetAllToDefault();
 
-    EXPECT_THAT(SignalsWithHandler(OnTerminate), ElementsAre(SIGTERM));
-    EXPECT_THAT(SignalsWithHandler(SIG_IGN),
-                ElementsAre(SIGINT, SIGQUIT, SIGHUP, SIGPIPE, SIGUSR1, SIGUSR2));
-    EXPECT_THAT(SignalsWithHandler(SIG_DFL), ElementsAre(SIGCHLD));
+        role.install();
+
+        EXPECT_THAT(SignalsWithHandler(OnTerminate), ElementsAre(SIGTERM));
+        EXPECT_THAT(SignalsWithHandler(SIG_IGN),
+                    ElementsAre(SIGINT, SIGQUIT, SIGHUP, SIGPIPE, SIGUSR1, SIGUSR2));
+        EXPECT_THAT(SignalsWithHandler(SIG_DFL), ElementsAre(SIGCHLD));
+    }
 }
 
 TEST_F(SignalsTest, LetsTheChildsDispositionsWinOverTheForegroundOnes) {
@@ -134,16 +165,22 @@ TEST_F(SignalsTest, EndsAForegroundProcessAtTheArrivalOfASignal) {
     }
 }
 
-TEST_F(SignalsTest, IgnoresTheOtherSignalsInAChild) {
-    InstallChildSignals();
+TEST_F(SignalsTest, IgnoresTheOtherSignalsInAParentOrAChild) {
+    for (const Role& role : {Parent, Child}) {
+        SCOPED_TRACE(role.name);
+        SetAllToDefault();
+        closingDown = false;
 
-    for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGPIPE, SIGUSR1, SIGUSR2}) {
-        SCOPED_TRACE(signal);
-        raise(signal);
-        EXPECT_FALSE(closingDown);
+        role.install();
+
+        for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGPIPE, SIGUSR1, SIGUSR2}) {
+            SCOPED_TRACE(signal);
+            raise(signal);
+            EXPECT_FALSE(closingDown);
+        }
+        raise(SIGTERM);
+        EXPECT_TRUE(closingDown);
     }
-    raise(SIGTERM);
-    EXPECT_TRUE(closingDown);
 }
 
 TEST_F(SignalsTest, LeavesTheIgnoredSignalsIgnoredInCommands) {
@@ -162,42 +199,57 @@ TEST_F(SignalsTest, LeavesTheIgnoredSignalsIgnoredInCommands) {
 }
 
 TEST_F(SignalsTest, RestartsInterruptedCallsAndBlocksNothingInTheHandler) {
-    InstallForegroundSignals();
+    for (const Role& role : {Parent, Foreground, Child}) {
+        SCOPED_TRACE(role.name);
+        SetAllToDefault();
 
-    const struct sigaction action = Disposition(SIGTERM);
-    EXPECT_EQ(action.sa_flags & SA_RESTART, SA_RESTART);
-    EXPECT_EQ(action.sa_flags & SA_SIGINFO, 0);
-    for (const int signal : AllSignals) {
-        EXPECT_EQ(sigismember(&action.sa_mask, signal), 0) << "signal " << signal;
+        role.install();
+
+        const struct sigaction action = Disposition(SIGTERM);
+        EXPECT_EQ(action.sa_flags & SA_RESTART, SA_RESTART);
+        EXPECT_EQ(action.sa_flags & SA_SIGINFO, 0);
+        for (const int signal : AllSignals) {
+            EXPECT_EQ(sigismember(&action.sa_mask, signal), 0) << "signal " << signal;
+        }
     }
 }
 
-TEST_F(SignalsTest, UndoesAnInheritedIgnoredChildSignal) {
-    std::signal(SIGCHLD, SIG_IGN);
+TEST_F(SignalsTest, UndoesAnInheritedIgnoredChildSignalInEveryRole) {
+    for (const Role& role : {Parent, Foreground, Child}) {
+        SCOPED_TRACE(role.name);
+        std::signal(SIGCHLD, SIG_IGN);
 
-    ResetInheritedSignals();
+        role.install();
 
-    EXPECT_EQ(Handler(SIGCHLD), SIG_DFL);
-    EXPECT_EQ(std::system("exit 3"), 3 << 8);
+        EXPECT_EQ(Handler(SIGCHLD), SIG_DFL);
+        EXPECT_EQ(std::system("exit 3"), 3 << 8);
+    }
 }
 
-TEST_F(SignalsTest, UndoesAnInheritedMask) {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+TEST_F(SignalsTest, HoldsEverySignal) {
+    HoldSignals();
 
-    ResetInheritedSignals();
+    EXPECT_EQ(BlockedSignals(), SignalsThatCanBeBlocked());
+}
+
+TEST_F(SignalsTest, ReleasesSignalsThatTheLauncherHasBlocked) {
+    HoldSignals();
+
+    ReleaseSignals();
 
     EXPECT_THAT(BlockedSignals(), IsEmpty());
 }
 
-TEST_F(SignalsTest, LeavesTheOtherInheritedDispositionsAlone) {
-    std::signal(SIGHUP, SIG_IGN);
+TEST_F(SignalsTest, MeetsAHeldSignalWithTheDispositionOfTheRelease) {
+    HoldSignals();
+    raise(SIGTERM);  // would end this process here and now
+    raise(SIGHUP);
+    InstallParentSignals();
+    EXPECT_FALSE(closingDown);
 
-    ResetInheritedSignals();
+    ReleaseSignals();
 
-    EXPECT_EQ(Handler(SIGHUP), SIG_IGN);
-    EXPECT_EQ(Handler(SIGTERM), SIG_DFL);
+    EXPECT_TRUE(closingDown);
 }
 
 }  // namespace kennly::test

@@ -59,14 +59,24 @@ inline bool Ignores(pid_t process, int signal) {
     return HasSignal(StatusField(process, "SigIgn"), signal);
 }
 
-/// The blocked signals of each of its threads, in hexadecimal digits.
-inline std::vector<std::string> BlockedSignalsOfThreads(pid_t process) {
-    std::vector<std::string> blocked;
+/// The value of a field of the status of each of its threads, by the thread's number.
+inline std::map<pid_t, std::string> StatusFieldOfThreads(pid_t process, const std::string& field) {
+    std::map<pid_t, std::string> values;
     const std::string tasks = "/proc/" + std::to_string(process) + "/task";
     std::error_code ended;  // it, or a thread of it
     for (const auto& task : std::filesystem::directory_iterator(tasks, ended)) {
-        blocked.push_back(
-            FieldOf(process, "task/" + task.path().filename().string() + "/status", "SigBlk"));
+        const std::string thread = task.path().filename();
+        values[static_cast<pid_t>(std::stol(thread))] =
+            FieldOf(process, "task/" + thread + "/status", field);
+    }
+    return values;
+}
+
+/// The blocked signals of each of its threads, in hexadecimal digits.
+inline std::vector<std::string> BlockedSignalsOfThreads(pid_t process) {
+    std::vector<std::string> blocked;
+    for (const auto& [thread, signals] : StatusFieldOfThreads(process, "SigBlk")) {
+        blocked.push_back(signals);
     }
     return blocked;
 }
@@ -74,7 +84,7 @@ inline std::vector<std::string> BlockedSignalsOfThreads(pid_t process) {
 /// Its open descriptors and what they refer to.
 inline std::map<int, std::string> OpenDescriptors(pid_t process) {
     std::map<int, std::string> descriptors;
-    const std::string path = "/proc/" + std::to_string(process) + "/fd";
+    const std::string path = "/proc/" + std::to_string(process) + "/fd/";
     DIR* const directory = opendir(path.c_str());
     if (directory == nullptr) {
         return descriptors;
@@ -85,7 +95,7 @@ inline std::map<int, std::string> OpenDescriptors(pid_t process) {
             continue;
         }
         std::array<char, 256> target = {};
-        if (readlink((path + "/" + name).c_str(), target.data(), target.size() - 1) >= 0) {
+        if (readlink((path + name).c_str(), target.data(), target.size() - 1) >= 0) {
             descriptors[std::stoi(name)] = target.data();
         }
     }

@@ -1,0 +1,82 @@
+#include <dlfcn.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+
+// To be loaded before the C library into a program that calls these functions. Its environment says
+// what happens:
+//
+// FAILING_FORK=<n>: the nth fork() since the program was executed fails with EAGAIN; a forked
+// process goes on counting where the other one stood.
+// FAILING_EXECV=<text>: an execv() fails with ENOMEM when the last argument is that text.
+// SLOW_CALL=<name>: a call of execv, fork, getppid or prctl takes half a second before it begins.
+
+namespace {
+
+template <class F>
+F* Next(const char* name) {
+    return reinterpret_cast<F*>(dlsym(RTLD_NEXT, name));
+}
+
+bool Says(const char* variable, const char* text) {
+    const char* const value = std::getenv(variable);
+    return value != nullptr && std::strcmp(value, text) == 0;
+}
+
+void DelayIfSlow(const char* name) {
+    constexpr useconds_t halfASecond = 500'000;
+    if (Says("SLOW_CALL", name)) {
+        usleep(halfASecond);
+    }
+}
+
+int forks = 0;
+
+}  // namespace
+
+extern "C" {
+
+pid_t fork() {
+    DelayIfSlow("fork");
+    ++forks;
+    const char* const failing = std::getenv("FAILING_FORK");
+    if (failing != nullptr && std::atoi(failing) == forks) {
+        errno = EAGAIN;
+        return -1;
+    }
+    return Next<pid_t()>("fork")();
+}
+
+int execv(const char* path, char* const* arguments) {
+    DelayIfSlow("execv");
+    const char* last = "";
+    for (char* const* argument = arguments; *argument != nullptr; ++argument) {
+        last = *argument;
+    }
+    if (Says("FAILING_EXECV", last)) {
+        errno = ENOMEM;
+        return -1;
+    }
+    return Next<int(const char*, char* const*)>("execv")(path, arguments);
+}
+
+pid_t getppid() {
+    DelayIfSlow("getppid");
+    return Next<pid_t()>("getppid")();
+}
+
+// Takes one number after the option, as all do that this program asks for.
+int prctl(int option, ...) {
+    DelayIfSlow("prctl");
+    va_list arguments;
+    va_start(arguments, option);
+    const int argument = va_arg(arguments, int);
+    va_end(arguments);
+    return Next<int(int, ...)>("prctl")(option, argument);
+}
+
+}  // extern "C"
