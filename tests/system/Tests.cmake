@@ -7,11 +7,12 @@ foreach(name
     kennly_unit_test(${name} LABEL system TIMEOUT 120)
 endforeach()
 foreach(name
-        DescriptorTest FileChangeTest FileStaleTest ManyThreadsTest)
+        BothHangTest DescriptorTest FileChangeTest FileStaleTest HangTest ManyThreadsTest RecoveryTest
+        RestartTreeTest SamplesTest)
     kennly_unit_test(${name} LABEL system TIMEOUT 600)
 endforeach()
 # These wait the longest, and so are started first.
-foreach(name FileChangeTest FileStaleTest)
+foreach(name RecoveryTest BothHangTest RestartTreeTest HangTest FileChangeTest FileStaleTest)
     set_tests_properties(system/${name} PROPERTIES COST 1000)
 endforeach()
 
@@ -33,3 +34,7 @@ target_link_libraries(kennly_hampered_calls PRIVATE kennly_flags)
 foreach(name EarlySignalTest LostParentTest TreeFailureTest TreeTest)
     system_preload(${name} kennly_hampered_calls KENNLY_HAMPERED_CALLS)
 endforeach()
+
+# It installs what has been built.
+target_compile_definitions(system_SamplesTest PRIVATE
+    KENNLY_CMAKE="${CMAKE_COMMAND}" KENNLY_BUILD="${PROJECT_BINARY_DIR}")
