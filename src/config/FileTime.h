@@ -5,8 +5,8 @@
 
 namespace kennly {
 
-/// "No modification time is known": 0xBAD1BAD1, a moment in 1933 that no real
-/// file bears (nor, before it comes, the second of April 2069 whose low 32 bits are the same).
+/// "No modification time is known": 0xBAD1BAD1, a moment in 1933 that no real file bears (nor,
+/// before it comes, the second of April 2069 whose low 32 bits are the same).
 inline constexpr std::int32_t NoFileTime = -1160660271;
 static_assert(static_cast<std::uint32_t>(NoFileTime) == 0xBAD1BAD1U);
 

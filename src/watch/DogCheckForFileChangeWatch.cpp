@@ -6,6 +6,7 @@
 #include "job/ResultCode.h"
 #include "main/Descriptor.h"
 #include "main/ProcessState.h"
+#include "watch/WatchedFile.h"
 
 namespace kennly {
 
@@ -21,25 +22,10 @@ void DogCheckForFileChangeWatch::Remember() noexcept {
 }
 
 std::int32_t DogCheckForFileChangeWatch::DoWatch() {
-    try {
-        return Evaluate();
-    } catch (...) {
-        return ResultNotEvaluated;
-    }
+    return JudgeWatchedFile(params, 1, [this](std::int32_t fileTime) { return Judge(fileTime); });
 }
 
-std::int32_t DogCheckForFileChangeWatch::Evaluate() {
-    if (params.size() != 1) {
-        return ResultNotEvaluated;
-    }
-    const std::string& path = params.front();
-    if (path.empty()) {
-        return ResultNotEvaluated;
-    }
-    std::int32_t fileTime = 0;
-    if (!GetFileTime(path, fileTime)) {
-        return ResultHealthy;
-    }
+std::int32_t DogCheckForFileChangeWatch::Judge(std::int32_t fileTime) {
     if (firstCall) {
         firstCall = false;
         LoadFileTime();

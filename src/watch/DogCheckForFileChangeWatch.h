@@ -53,7 +53,7 @@ public:
     std::atomic<std::int32_t> lastFileTime{NoFileTime};
 
 private:
-    std::int32_t Evaluate();
+    std::int32_t Judge(std::int32_t fileTime);
     std::string RecordPath() const;
 };
 

@@ -6,6 +6,7 @@
 
 #include "config/Number.h"
 #include "job/ResultCode.h"
+#include "watch/WatchedFile.h"
 
 namespace kennly {
 
@@ -25,25 +26,10 @@ std::int32_t AgeInSeconds(std::int32_t fileTime) {
 }  // namespace
 
 std::int32_t DogCheckForNoFileChangeWatch::DoWatch() {
-    try {
-        return Evaluate();
-    } catch (...) {
-        return ResultNotEvaluated;
-    }
+    return JudgeWatchedFile(params, 2, [this](std::int32_t fileTime) { return Judge(fileTime); });
 }
 
-std::int32_t DogCheckForNoFileChangeWatch::Evaluate() {
-    if (params.size() != 2) {
-        return ResultNotEvaluated;
-    }
-    const std::string& path = params.front();
-    if (path.empty()) {
-        return ResultNotEvaluated;
-    }
-    std::int32_t fileTime = 0;
-    if (!GetFileTime(path, fileTime)) {
-        return ResultHealthy;
-    }
+std::int32_t DogCheckForNoFileChangeWatch::Judge(std::int32_t fileTime) {
     if (fileTime != lastFileTime) {
         lastFileTime = fileTime;
         return ResultHealthy;

@@ -29,7 +29,7 @@ public:
     std::int32_t lastFileTime = NoFileTime;  // seconds since the epoch at the last look
 
 private:
-    std::int32_t Evaluate();
+    std::int32_t Judge(std::int32_t fileTime);
 };
 
 }  // namespace kennly
