@@ -18,8 +18,9 @@ if(KENNLY_SANITIZE)
 endif()
 
 # What is shipped is hardened; _FORTIFY_SOURCE needs an optimising build.
+add_library(kennly_hardening INTERFACE)
 if(CMAKE_BUILD_TYPE STREQUAL "Release" OR CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
-    target_compile_options(kennly_flags INTERFACE
+    target_compile_options(kennly_hardening INTERFACE
         -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
     target_link_options(kennly_flags INTERFACE -Wl,-z,relro -Wl,-z,now)
 endif()
