@@ -1,8 +1,10 @@
 #include "main/Log.h"
 
+#include <pthread.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 
 namespace kennly {
@@ -26,6 +28,26 @@ void WriteLine(int priority, int textCount, const char* a, const char* b = "", c
                d);
     } catch (...) {  // nowhere is left to report it to
     }
+}
+
+constexpr unsigned LongestExitLineSeconds = 5;
+volatile std::sig_atomic_t statusWithoutLine = 0;
+
+void ExitWithoutLine(int /*signal*/) {
+    _exit(statusWithoutLine);
+}
+
+// A log that takes no lines blocks whoever writes one, and with it all others who do.
+void LimitExitLine(std::int32_t status) {
+    statusWithoutLine = status;
+    struct sigaction action = {};
+    action.sa_handler = ExitWithoutLine;
+    sigaction(SIGALRM, &action, nullptr);
+    sigset_t alarmed;
+    sigemptyset(&alarmed);
+    sigaddset(&alarmed, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarmed, nullptr);
+    alarm(LongestExitLineSeconds);
 }
 
 }  // namespace
@@ -67,12 +89,14 @@ void LogDebug(const char* a, const char* b, const char* c, const char* d) noexce
 }
 
 void LogExit(std::int32_t status) {
+    LimitExitLine(status);
     try {
         syslog(LOG_DEBUG, "%d:%s exit(%d)", static_cast<int>(getpid()), roleTag,
                static_cast<int>(status));
     } catch (...) {  // the process ends all the same
     }
     closelog();
+    alarm(0);
     std::exit(status);
 }
 

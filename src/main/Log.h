@@ -20,7 +20,7 @@ void OpenLog();
 /// null.
 ///
 /// Any thread may call it. It reports nothing back and lets no exception out: losing a line is
-/// better than losing the daemon.
+/// better than losing the daemon. While a log is there but takes no lines, the caller waits.
 void LogError(const char* a) noexcept;
 void LogError(const char* a, const char* b) noexcept;
 void LogError(const char* a, const char* b, const char* c) noexcept;
@@ -34,6 +34,9 @@ void LogDebug(const char* a, const char* b, const char* c, const char* d) noexce
 
 /// Writes "PID:ROLE exit(status)" at priority LOG_DEBUG, closes the log and ends the process with
 /// `status`, running static destructors and atexit handlers. Main thread only.
+///
+/// A log that has not taken the line within five seconds does not hold up the end: the process ends
+/// with `status` then and there.
 ///
 /// Deliberate: this one line has neither a colon after the role nor a newline.
 [[noreturn]] void LogExit(std::int32_t status);

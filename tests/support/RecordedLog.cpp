@@ -20,6 +20,7 @@ struct Recording {
     std::vector<RecordedLine> lines;
     RecordedConnection connection;
     bool throws = false;
+    unsigned waitSeconds = 0;
 };
 
 Recording& TheRecording() {
@@ -36,6 +37,9 @@ void Record(int priority, const char* format, va_list arguments) {
     const int length = std::vsnprintf(text, sizeof(text), format, arguments);
     Recording& recording = TheRecording();
     const std::lock_guard lock(recording.mutex);
+    for (unsigned left = recording.waitSeconds; left > 0; --left) {
+        usleep(1'000'000);
+    }
     if (recording.throws) {
         throw std::runtime_error("the log has failed");
     }
@@ -80,6 +84,12 @@ void MakeSyslogThrow(bool throws) {
     Recording& recording = TheRecording();
     const std::lock_guard lock(recording.mutex);
     recording.throws = throws;
+}
+
+void MakeSyslogWait(unsigned seconds) {
+    Recording& recording = TheRecording();
+    const std::lock_guard lock(recording.mutex);
+    recording.waitSeconds = seconds;
 }
 
 RecordedConnection LogConnection() {

@@ -28,6 +28,9 @@ void ForgetLog();
 /// While set, syslog throws an exception instead of recording the line.
 void MakeSyslogThrow(bool throws);
 
+/// From now on syslog waits for so long before it takes a line.
+void MakeSyslogWait(unsigned seconds);
+
 /// The arguments of the last openlog, and how often closelog was called.
 struct RecordedConnection {
     std::string identity;

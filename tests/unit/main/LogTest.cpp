@@ -2,9 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <string>
 
@@ -194,6 +196,38 @@ TEST_F(LogTest, ExitsWithTheStatusEvenIfTheLineCannotBeWritten) {
     EXPECT_TRUE(process.ExitedWith(3));
     EXPECT_EQ(process.logClosed, 1);
     EXPECT_THAT(process.lines, IsEmpty());
+}
+
+TEST_F(LogTest, ExitsWithTheStatusAlthoughTheLogTakesNoLine) {
+    const EndedProcess process = RunForked([]() -> int {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);  // as while the process starts
+        MakeSyslogWait(3600);
+        LogExit(3);
+    });
+
+    EXPECT_TRUE(process.ExitedWith(3));
+}
+
+TEST_F(LogTest, LeavesTheExitLineSomeSeconds) {
+    const EndedProcess process = RunForked([]() -> int {
+        roleTag = "C ";
+        MakeSyslogWait(3);
+        LogExit(3);
+    });
+
+    EXPECT_TRUE(process.ExitedWith(3));
+    EXPECT_THAT(process.lines, ElementsAre(process.Exit("C ", 3)));
+}
+
+TEST_F(LogTest, LimitsOnlyTheExitLineAndNotWhatFollowsIt) {
+    const EndedProcess process = RunForked([]() -> int {
+        std::atexit([] { Note("alarm left " + std::to_string(alarm(0))); });
+        LogExit(0);
+    });
+
+    EXPECT_THAT(process.notes, ElementsAre("alarm left 0"));
 }
 
 }  // namespace kennly::test
