@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "sync/AutoLock.h"
+#include "sync/ForEver.h"
 
 namespace kennly {
 
@@ -13,8 +14,8 @@ namespace {
 // Held during each lookup and each change of the pointer, always before the configuration's own
 // lock. Never destroyed, because pool threads may look jobs up while the process exits.
 CriticalSection& LookupLock() {
-    static CriticalSection& lock = *new CriticalSection(true);
-    return lock;
+    static const ForEver<CriticalSection> lock(true);
+    return *lock;
 }
 
 DogConfig* ReplaceTheConfig(DogConfig* config) {

@@ -1,5 +1,6 @@
 #include "pool/TaskRegistry.h"
 
+#include "sync/ForEver.h"
 #include "sync/SharedSlot.h"
 
 namespace kennly {
@@ -31,35 +32,45 @@ void TaskRegistry::Clear() {
 
 namespace {
 
-using RegistrySlot = SharedSlot<TaskRegistry>;
+// A registry of the process and the slot by which it is reached. Both outlive all who use them.
+class ProcessRegistry {
+public:
+    void Open() { slot_.Put({std::shared_ptr<void>(), &registry_}); }
+    void Close() { slot_.Put(nullptr); }
+    std::shared_ptr<TaskRegistry> Hold() const { return slot_.Hold(); }
 
-RegistrySlot& JobSlot() {
-    static RegistrySlot& slot = RegistrySlot::NewForEver();
-    return slot;
+private:
+    TaskRegistry registry_;
+    SharedSlot<TaskRegistry> slot_;
+};
+
+ProcessRegistry& Jobs() {
+    static const ForEver<ProcessRegistry> registry;
+    return *registry;
 }
 
-RegistrySlot& WatchSlot() {
-    static RegistrySlot& slot = RegistrySlot::NewForEver();
-    return slot;
+ProcessRegistry& Checks() {
+    static const ForEver<ProcessRegistry> registry;
+    return *registry;
 }
 
-RegistrySlot& ActionSlot() {
-    static RegistrySlot& slot = RegistrySlot::NewForEver();
-    return slot;
+ProcessRegistry& Remedies() {
+    static const ForEver<ProcessRegistry> registry;
+    return *registry;
 }
 
 // Gives the process its registries for as long as static objects live; a task that still runs then
 // holds its own.
 struct Registries {
     Registries() {
-        JobSlot().Put(std::make_shared<TaskRegistry>());
-        WatchSlot().Put(std::make_shared<TaskRegistry>());
-        ActionSlot().Put(std::make_shared<TaskRegistry>());
+        Jobs().Open();
+        Checks().Open();
+        Remedies().Open();
     }
     ~Registries() {
-        ActionSlot().Put(nullptr);
-        WatchSlot().Put(nullptr);
-        JobSlot().Put(nullptr);
+        Remedies().Close();
+        Checks().Close();
+        Jobs().Close();
     }
     Registries(const Registries&) = delete;
     Registries& operator=(const Registries&) = delete;
@@ -70,15 +81,15 @@ const Registries registries;
 }  // namespace
 
 std::shared_ptr<TaskRegistry> JobRegistry() {
-    return JobSlot().Hold();
+    return Jobs().Hold();
 }
 
 std::shared_ptr<TaskRegistry> WatchRegistry() {
-    return WatchSlot().Hold();
+    return Checks().Hold();
 }
 
 std::shared_ptr<TaskRegistry> ActionRegistry() {
-    return ActionSlot().Hold();
+    return Remedies().Hold();
 }
 
 }  // namespace kennly

@@ -2,18 +2,23 @@
 
 #include "main/Log.h"
 #include "pool/TaskRegistry.h"
+#include "sync/ForEver.h"
 #include "sync/SharedSlot.h"
 
 namespace kennly {
 
 namespace {
 
-// Workers hold the hook, so one that still runs while the process exits does not lose it.
-const auto comInitialisation = std::make_shared<WatchDogThreadPool::COMInitialisation>();
+// A worker that still runs while the process exits does not lose it.
+const ForEver<WatchDogThreadPool::COMInitialisation> comInitialisation;
+
+std::shared_ptr<WatchDogThreadPool::COMInitialisation> Hook() {
+    return {std::shared_ptr<void>(), &*comInitialisation};
+}
 
 SharedSlot<WatchDogThreadPool>& PoolSlot() {
-    static SharedSlot<WatchDogThreadPool>& slot = SharedSlot<WatchDogThreadPool>::NewForEver();
-    return slot;
+    static const ForEver<SharedSlot<WatchDogThreadPool>> slot;
+    return *slot;
 }
 
 void ClearRegistry(const std::shared_ptr<TaskRegistry>& registry) {
@@ -25,7 +30,7 @@ void ClearRegistry(const std::shared_ptr<TaskRegistry>& registry) {
 }  // namespace
 
 WatchDogThreadPool::WatchDogThreadPool(std::uint32_t threadCount)
-    : ThreadPool(threadCount, comInitialisation) {}
+    : ThreadPool(threadCount, Hook()) {}
 
 bool CreateThreadPool(std::uint32_t threadCount) {
     try {

@@ -11,17 +11,14 @@ namespace kennly {
 /// other threads use it: each of them takes a hold of its own first, or finds the place empty.
 ///
 /// Threads: any thread may call any operation at any time, also while the process exits and static
-/// destructors run. A slot is therefore itself never destroyed: make it with
-/// SharedSlot<T>::NewForEver. Ownership: the slot holds the object until Put replaces it; the last
-/// holder destroys it.
+/// destructors run. A slot is therefore itself never destroyed: make it with ForEver. Ownership:
+/// the slot holds the object until Put replaces it; the last holder destroys it.
 template <typename T>
 class SharedSlot {
 public:
+    SharedSlot() = default;
     SharedSlot(const SharedSlot&) = delete;
     SharedSlot& operator=(const SharedSlot&) = delete;
-
-    /// An empty slot that lives as long as the process; for a reference with static lifetime.
-    static SharedSlot& NewForEver() { return *new SharedSlot; }
 
     /// A hold on the object, or null when the slot is empty.
     std::shared_ptr<T> Hold() const {
@@ -37,9 +34,6 @@ public:
     }
 
 private:
-    SharedSlot() = default;
-    ~SharedSlot() = default;
-
     mutable CriticalSection lock_{true};
     std::shared_ptr<T> object_;  // guarded by lock_
 };

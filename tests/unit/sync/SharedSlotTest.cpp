@@ -6,14 +6,15 @@
 #include <memory>
 #include <thread>
 
+#include "sync/ForEver.h"
+
 namespace kennly::test {
 
 namespace {
 
-// Deliberately never freed, as every slot; kept reachable for the leak checker.
 SharedSlot<int>& TheSlot() {
-    static SharedSlot<int>& slot = SharedSlot<int>::NewForEver();
-    return slot;
+    static const ForEver<SharedSlot<int>> slot;
+    return *slot;
 }
 
 }  // namespace

@@ -5,3 +5,4 @@ kennly_unit_test(sync/EventTest WRAP pthread_mutex_lock pthread_cond_wait pthrea
 kennly_unit_test(sync/ThreadTest WITH RecordedLog WRAP pthread_create pthread_tryjoin_np)
 kennly_unit_test(sync/PauseTest WRAP sleep)
 kennly_unit_test(sync/SharedSlotTest)
+kennly_unit_test(sync/ForEverTest WITH FailingAllocation)

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <new>
+
+namespace kennly {
+
+/// An object that lives as long as the process: it is never destroyed, so that threads may use it
+/// while the process exits and static destructors run.
+///
+/// For static objects. It lies in itself and takes no memory from the heap, because nobody could
+/// report before main that there is none.
+///
+/// Threads: as the object itself. Ownership: nobody destroys the object; what it holds, it holds
+/// for ever.
+template <typename T>
+class ForEver {
+public:
+    /// Makes the object with these arguments.
+    template <typename... Arguments>
+    explicit ForEver(Arguments... arguments) : object_(new (room_) T(arguments...)) {}
+    ForEver(const ForEver&) = delete;
+    ForEver& operator=(const ForEver&) = delete;
+
+    T& operator*() const { return *object_; }
+
+private:
+    alignas(T) unsigned char room_[sizeof(T)];
+    T* const object_;
+};
+
+}  // namespace kennly
