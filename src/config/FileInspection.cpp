@@ -63,6 +63,9 @@ std::string InspectConfigFile(const char* path) {
     if (outline.depth > MaxNesting) {
         return "elements nested too deep";
     }
+    if (outline.attributes > MaxAttributes) {
+        return "too many attributes in one element";
+    }
     if (outline.isUtf8 && EndsInsideCharacter(content)) {
         return "file ends inside a character";
     }

@@ -69,7 +69,7 @@ public:
     void AppendDecoded(std::string_view read) {
         if (read.front() != '&') {
             Append(read.front());
-        } else if (read.size() > 1) {
+        } else if (read.size() > 2) {
             const bool isHexadecimal = read[2] == 'x';
             Append(
                 CharacterFromDigits(read.substr(read.find_last_of(isHexadecimal ? 'x' : '#') + 1),
@@ -245,7 +245,11 @@ private:
             return;
         }
         SkipName();
-        while (!rest_.empty()) {
+        ScanAttributesAndEnd();
+    }
+
+    void ScanAttributesAndEnd() {
+        for (std::size_t count = 1; !rest_.empty(); ++count) {
             SkipBlanks();
             if (rest_.empty()) {
                 return;
@@ -264,6 +268,7 @@ private:
                 return;
             }
             ScanAttribute();
+            outline_.attributes = std::max(outline_.attributes, count);
         }
     }
 

@@ -80,12 +80,17 @@ TEST_F(LoadTest, RefusesAFileThatCannotBeParsedAndGoesOn) {
     for (int level = 0; level < 100000; ++level) {
         deep += "<a>";
     }
+    std::string wide = "<kennly";
+    for (int attribute = 0; attribute < 100000; ++attribute) {
+        wide += " a" + std::to_string(attribute) + "=\"\"";
+    }
     struct Row {
         std::string content;
         const char* description;
     };
     const std::vector<Row> rows = {
         {deep, "elements nested too deep"},
+        {wide + "/>", "too many attributes in one element"},
         {"<?xml version=\"1.0\" encoding=\"UTF-8\"?><kennly><job name=\"\xc3",
          "file ends inside a character"},
         {"<!-- nothing -->\n", "no element in the document"},

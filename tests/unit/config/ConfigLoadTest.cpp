@@ -432,6 +432,19 @@ TEST_F(ConfigLoadTest, RefusesElementsNestedTooDeep) {
                 ElementsAre(Error("config file failed to load, error: elements nested too deep")));
 }
 
+TEST_F(ConfigLoadTest, RefusesAnElementWithTooManyAttributes) {
+    std::string text = "<config><job";
+    for (int i = 0; i < 100000; ++i) {
+        text += " a" + std::to_string(i) + "='b'";
+    }
+
+    EXPECT_FALSE(Load(text + "/></config>"));
+
+    EXPECT_THAT(RecordedLines(),
+                ElementsAre(Error(
+                    "config file failed to load, error: too many attributes in one element")));
+}
+
 TEST_F(ConfigLoadTest, LoadsAThousandJobs) {
     std::string jobs;
     for (int i = 0; i < 1000; ++i) {

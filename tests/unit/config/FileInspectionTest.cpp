@@ -64,6 +64,7 @@ using std::string_literals::operator""s;
 namespace {
 
 const std::string TooDeep = "elements nested too deep";
+const std::string TooManyAttributes = "too many attributes in one element";
 const std::string CutCharacter = "file ends inside a character";
 const std::string NotRegular = "not a regular file";
 const std::string NoProblem;
@@ -77,6 +78,14 @@ std::string Nested(std::size_t levels) {
         text += "</a>";
     }
     return text;
+}
+
+std::string WithAttributes(std::size_t count) {
+    std::string text = "<a";
+    for (std::size_t i = 0; i < count; ++i) {
+        text += " b" + std::to_string(i) + "='c'";
+    }
+    return text + "/>";
 }
 
 std::ptrdiff_t OpenDescriptors() {
@@ -187,6 +196,24 @@ TEST_F(FileInspectionTest, CountsNestedElementsOnly) {
     EXPECT_EQ(Inspect("<a/><!--\0-->"s + deep), NoProblem);
     EXPECT_EQ(Inspect("<a/>text" + deep), NoProblem);
     EXPECT_EQ(Inspect("<a/>" + deep), TooDeep);
+}
+
+TEST_F(FileInspectionTest, RefusesAnElementWithMoreThan1000Attributes) {
+    EXPECT_EQ(Inspect(WithAttributes(999)), NoProblem);
+    EXPECT_EQ(Inspect(WithAttributes(1000)), NoProblem);
+    EXPECT_EQ(Inspect(WithAttributes(1001)), TooManyAttributes);
+    EXPECT_EQ(Inspect(WithAttributes(100000)), TooManyAttributes);
+}
+
+TEST_F(FileInspectionTest, CountsTheAttributesOfEachElementByItself) {
+    const std::string most = WithAttributes(1000);
+    const std::string more = WithAttributes(1001);
+    EXPECT_EQ(Inspect("<r>" + most + most + "</r>"), NoProblem);
+    EXPECT_EQ(Inspect("<r><!-- " + more + " --></r>"), NoProblem);
+    EXPECT_EQ(Inspect("<r s=\"" + more + "\"/>"), NoProblem);
+    EXPECT_EQ(Inspect("<r>" + most + more + "</r>"), TooManyAttributes);
+    EXPECT_EQ(Inspect(more + "<r/>"), TooManyAttributes);
+    EXPECT_EQ(Inspect(Nested(501) + more), TooDeep);
 }
 
 TEST_F(FileInspectionTest, LooksAtAWholeFileHoweverLong) {

@@ -96,6 +96,25 @@ private:
     char* begin_ = nullptr;
 };
 
+std::size_t CountAttributes(const TiXmlElement& element) {
+    std::size_t count = 0;
+    for (const TiXmlAttribute* attribute = element.FirstAttribute(); attribute != nullptr;
+         attribute = attribute->Next()) {
+        ++count;
+    }
+    return count;
+}
+
+// The most attributes of one of the elements below `node`.
+std::size_t MostAttributes(const TiXmlNode& node) {
+    std::size_t most = 0;
+    for (const TiXmlElement* child = node.FirstChildElement(); child != nullptr;
+         child = child->NextSiblingElement()) {
+        most = std::max({most, CountAttributes(*child), MostAttributes(*child)});
+    }
+    return most;
+}
+
 struct OutlineRow {
     const char* what;
     std::string text;
@@ -155,34 +174,37 @@ std::vector<OutlineRow> AcceptedTexts() {
 struct Verdict {
     bool accepted = false;
     std::size_t depth = 0;
+    std::size_t attributes = 0;
 };
 
 bool operator==(const Verdict& a, const Verdict& b) {
-    return a.accepted == b.accepted && a.depth == b.depth;
+    return a.accepted == b.accepted && a.depth == b.depth && a.attributes == b.attributes;
 }
 
 std::ostream& operator<<(std::ostream& out, const Verdict& verdict) {
-    return out << (verdict.accepted ? "accepted" : "refused") << " with depth " << verdict.depth;
+    return out << (verdict.accepted ? "accepted" : "refused") << " with depth " << verdict.depth
+               << " and " << verdict.attributes << " attributes";
 }
 
 Verdict VerdictOnMemory(const std::string& text) {
     const GuardedText guarded(text);
     TiXmlDocument document;
     document.Parse(guarded.Begin());
-    return {!document.Error(), TreeDepth(document)};
+    return {!document.Error(), TreeDepth(document), MostAttributes(document)};
 }
 
 Verdict VerdictOnFile(const std::string& path) {
     TiXmlDocument document(path.c_str());
     const bool accepted = document.LoadFile();
-    return {accepted, TreeDepth(document)};
+    return {accepted, TreeDepth(document), MostAttributes(document)};
 }
 
 void ExpectDepthOfAccepted(const std::vector<OutlineRow>& rows) {
     for (const OutlineRow& row : rows) {
         SCOPED_TRACE(row.what);
         EXPECT_EQ(Depth(row.text), row.depth);
-        EXPECT_EQ(VerdictOnMemory(AsRead(row.text)), (Verdict{true, row.depth}));
+        const std::size_t attributes = OutlineXml(row.text, NoLimit).attributes;
+        EXPECT_EQ(VerdictOnMemory(AsRead(row.text)), (Verdict{true, row.depth, attributes}));
     }
 }
 
@@ -211,6 +233,7 @@ TEST(XmlOutlineTest, CountsAllThatTinyXmlReachesOfATextThatItRefuses) {
         const Verdict verdict = VerdictOnMemory(AsRead(row.text));
         EXPECT_FALSE(verdict.accepted);
         EXPECT_LE(verdict.depth, row.depth);
+        EXPECT_LE(verdict.attributes, OutlineXml(row.text, NoLimit).attributes);
     }
 }
 
@@ -220,6 +243,29 @@ TEST(XmlOutlineTest, StopsWhenEnoughLevelsAreFound) {
     EXPECT_EQ(OutlineXml(text, 10).depth, 10U);
     EXPECT_EQ(OutlineXml(text, 1000).depth, 1000U);
     EXPECT_EQ(OutlineXml(text, 2000).depth, 1000U);
+}
+
+TEST(XmlOutlineTest, FindsTheMostAttributesOfOneElement) {
+    const struct {
+        std::string text;
+        std::size_t attributes;
+    } rows[] = {
+        {"<?xml version='1.0' encoding='UTF-8'?>", 0},
+        {"<a/>", 0},
+        {"<a></a>", 0},
+        {"<a b='c'/>", 1},
+        {"<a b='c' d='e' ></a>", 2},
+        {"<a b='c' d='e' f='g'><h i='j'/></a>", 3},
+        {"<a b='c'><d e='f' g='h'/><i j='k'/></a>", 2},
+        {"<a b=c d=e f=g/>", 3},
+        {"<a b='c d=\"e\" f=\"g\"'/>", 1},
+        {"<a><!-- <b c='d'/> --></a c='d'>", 0},
+        {"<a" + Repeated(" b='c'", 100000) + "/>", 100000},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text.substr(0, 100));
+        EXPECT_EQ(OutlineXml(row.text, NoLimit).attributes, row.attributes);
+    }
 }
 
 TEST(XmlOutlineTest, CopesWithAMillionLevels) {
@@ -314,7 +360,7 @@ TEST(XmlOutlineTest, EndsWhereANumberedCharacterMakesTinyXmlGiveUp) {
         // Given up in a declaration, a text counts as read, without any element.
         EXPECT_EQ(Depth("<?xml version='"s + number + "'?><a><b/></a>"), 0U);
         EXPECT_EQ(VerdictOnMemory("<?xml version='"s + number + "'?><a><b/></a>"),
-                  (Verdict{true, 0}));
+                  (Verdict{true, 0, 0}));
     }
 }
 
@@ -322,7 +368,8 @@ TEST(XmlOutlineTest, EndsWhereAQuoteInABareValueMakesTinyXmlGiveUp) {
     for (const char* const value : {"1'", "1\"2\""}) {
         SCOPED_TRACE(value);
         EXPECT_EQ(Depth("<?xml version="s + value + "?><a><b/></a>"), 0U);
-        EXPECT_EQ(VerdictOnMemory("<?xml version="s + value + "?><a><b/></a>"), (Verdict{true, 0}));
+        EXPECT_EQ(VerdictOnMemory("<?xml version="s + value + "?><a><b/></a>"),
+                  (Verdict{true, 0, 0}));
     }
 }
 
@@ -622,8 +669,10 @@ void CompareWithTinyXml(const TemporaryDirectory& directory, const std::string& 
     }
     const Verdict verdict = VerdictOnFile(path);
     ASSERT_GE(outline.depth, verdict.depth);
+    ASSERT_GE(outline.attributes, verdict.attributes);
     if (verdict.accepted) {
         ASSERT_EQ(outline.depth, verdict.depth);
+        ASSERT_EQ(outline.attributes, verdict.attributes);
     }
     if (read[0] != '\0') {
         ASSERT_EQ(VerdictOnMemory(read), verdict) << "TinyXML reads what is behind the text";
