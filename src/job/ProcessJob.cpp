@@ -25,9 +25,12 @@ bool MustEnd() {
     return tidyingThreadPool || closingDown;
 }
 
+// Returns false when there is no such job, or only one of a load that came before this cycle began:
+// that one has no workers yet. A check queued for it would wait on another job's worker, for that
+// job's end, and that job for the check.
 bool CopyJobValues(const std::string& name, JobValues& values) {
     const JobHandle job = FindConfiguredJob(name);
-    if (!job) {
+    if (!job || job->slotBase == NoWorkers) {
         return false;
     }
     values.slotBase = job->slotBase;

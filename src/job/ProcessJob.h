@@ -19,7 +19,8 @@ inline constexpr unsigned ThrottlePauseSeconds = 15;
 /// Deliberate: a negative check delay is a pause of more than a century, a negative remedy delay
 /// none.
 ///
-/// Returns at once when there is no such job. Works from copies of the job's values, so a load may
+/// Returns at once when there is no such job, or one that has no workers yet and is about to be
+/// started anew. Works from copies of the job's values, so a load may
 /// replace the job meanwhile. Logs "Exception in ProcessJob for job:" and returns when anything
 /// throws. Never throws. Called on the job's first worker.
 void ProcessJob(const std::string& name);

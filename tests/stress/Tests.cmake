@@ -12,3 +12,5 @@ kennly_unit_test(ExitStressTest LABEL stress TIMEOUT 300 WRAP syslog __syslog_ch
 # sanitizer would also let each of its hundreds of processes sleep for a second at exit.
 set_tests_properties(stress/ExitStressTest PROPERTIES
     ENVIRONMENT "TSAN_OPTIONS=report_thread_leaks=0:atexit_sleep_ms=10")
+kennly_unit_test(ReloadStressTest LABEL stress TIMEOUT 300
+    WRAP pthread_mutex_lock pthread_mutex_unlock)

@@ -265,6 +265,14 @@ TEST_F(ProcessJobTest, DoesNothingForAJobThatIsNotThere) {
     EXPECT_THAT(RecordedLines(), IsEmpty());
 }
 
+TEST_F(ProcessJobTest, DoesNothingForAJobThatHasNoWorkersYet) {
+    GivenJob({}, NoWorkers);
+
+    ProcessJob("web");
+
+    EXPECT_THAT(steps, IsEmpty());
+}
+
 TEST_F(ProcessJobTest, DoesNothingWithoutAConfiguration) {
     ProcessJob("web");
 
