@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -59,17 +61,48 @@ inline bool Ignores(pid_t process, int signal) {
     return HasSignal(StatusField(process, "SigIgn"), signal);
 }
 
+/// Whether the tests run the program under the thread sanitizer, which adds a thread of its own.
+inline bool RunsUnderThreadSanitizer() {
+    return std::getenv("TSAN_OPTIONS") != nullptr;
+}
+
+/// Whether the tests run the program under any sanitizer: it has an allocator of its own then, and
+/// takes memory and address space like a much larger one.
+inline bool RunsUnderSanitizer() {
+    return RunsUnderThreadSanitizer() || std::getenv("ASAN_OPTIONS") != nullptr;
+}
+
+/// Whether a thread may be that one: it is not the first, and blocks signals. So does, for an
+/// instant, a thread that starts a command.
+inline bool MayBeOfSanitizer(pid_t process, const std::string& thread) {
+    return RunsUnderThreadSanitizer() && thread != std::to_string(process) &&
+           HasSignal(FieldOf(process, "task/" + thread + "/status", "SigBlk"), SIGUSR1);
+}
+
 /// The value of a field of the status of each of its threads, by the thread's number.
 inline std::map<pid_t, std::string> StatusFieldOfThreads(pid_t process, const std::string& field) {
     std::map<pid_t, std::string> values;
     const std::string tasks = "/proc/" + std::to_string(process) + "/task";
+    bool leftOut = false;
     std::error_code ended;  // it, or a thread of it
     for (const auto& task : std::filesystem::directory_iterator(tasks, ended)) {
         const std::string thread = task.path().filename();
-        values[static_cast<pid_t>(std::stol(thread))] =
-            FieldOf(process, "task/" + thread + "/status", field);
+        if (!leftOut && MayBeOfSanitizer(process, thread)) {
+            leftOut = true;
+        } else {
+            values[static_cast<pid_t>(std::stol(thread))] =
+                FieldOf(process, "task/" + thread + "/status", field);
+        }
     }
     return values;
+}
+
+/// The number of its threads, 0 when it is gone.
+inline int ThreadCount(pid_t process) {
+    if (RunsUnderThreadSanitizer()) {
+        return static_cast<int>(StatusFieldOfThreads(process, "Pid").size());
+    }
+    return std::atoi(StatusField(process, "Threads").c_str());
 }
 
 /// The blocked signals of each of its threads, in hexadecimal digits.
@@ -101,6 +134,12 @@ inline std::map<int, std::string> OpenDescriptors(pid_t process) {
     }
     closedir(directory);
     return descriptors;
+}
+
+/// Whether it has nothing open but the system log, which the first line opens.
+inline bool HasOnlyTheLogOpen(pid_t process) {
+    const std::map<int, std::string> open = OpenDescriptors(process);
+    return open.empty() || (open.size() == 1 && open.begin()->second.rfind("socket:", 0) == 0);
 }
 
 }  // namespace kennly::test

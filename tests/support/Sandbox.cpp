@@ -2,7 +2,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -87,6 +89,29 @@ bool Sandbox::WaitForLog(const std::function<bool(const std::vector<LogLine>&)>&
 
 void Sandbox::OnLine(std::function<void(const LogLine&)> listener) {
     log_->OnLine(std::move(listener));
+}
+
+void Sandbox::StopReadingLog() {
+    log_->StopReading();
+}
+
+void Sandbox::ReadLogAgain() {
+    log_->ReadAgain();
+}
+
+void Sandbox::EndLog() {
+    RemoveFile(LogSocketPath);
+    log_->Close();
+}
+
+bool Sandbox::BeginLogAgain() {
+    const std::string path = PathInside(LogSocketPath);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return log_->Reopen() &&
+           bind(log_->Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+           chmod(path.c_str(), 0666) == 0;
 }
 
 bool Sandbox::WriteFile(const std::string& path, const std::string& content) const {

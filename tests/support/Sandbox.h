@@ -21,10 +21,10 @@ class SystemLogSocket;
 /// A place of its own for the daemon: the machine's files and network, but an empty data directory,
 /// a system log that is recorded, and a process tree that ends with it.
 ///
-/// Inside, /opt/qrv/data/kennly is a file system in memory with config/, config/filetimes/ and
-/// heartbeats/, each with mode 0755; /dev has the common devices and a log socket. Nothing of it is
-/// visible outside. When this object is destroyed, or its process ends in whatever way, every
-/// process inside is killed and all files are gone.
+/// Inside, /opt/qrv/data/kennly is a file system in memory, of 32 MiB, with config/,
+/// config/filetimes/ and heartbeats/, each with mode 0755; /dev, on another one, has the common
+/// devices and a log socket. Nothing of it is visible outside. When this object is destroyed, or
+/// its process ends in whatever way, every process inside is killed and all files are gone.
 ///
 /// Paths given to the file operations are absolute ones inside. They must not lead through an
 /// absolute symbolic link, which would be followed outside.
@@ -66,6 +66,17 @@ public:
     /// Has `listener` called on the reader's thread for each new message, in place of an earlier
     /// one; an empty one ends that. The listener must not call this operation.
     void OnLine(std::function<void(const LogLine&)> listener);
+
+    // What may become of a system log. One thread at a time.
+
+    /// Reads no longer, once all that has arrived has been recorded: the log fills up.
+    void StopReadingLog();
+    /// Reads again, first what waits.
+    void ReadLogAgain();
+    /// Removes the log socket and closes it, as a system log does that ends.
+    void EndLog();
+    /// After EndLog(): puts a new log socket in its place. Returns false when it cannot.
+    bool BeginLogAgain();
 
     /// Makes `content` the file's whole content, in one write; a new file gets the mode 0644.
     bool WriteFile(const std::string& path, const std::string& content) const;

@@ -25,7 +25,7 @@ namespace {
 
 constexpr const char* DataDirectory = "/opt/qrv/data/kennly";
 constexpr const char* DeviceDirectory = "/dev";
-constexpr const char* LogSocketPath = "/dev/log";
+constexpr const char* CoverOptions = "mode=0755,size=32m";  // small enough to be filled
 
 /// An entry of a covered directory that is to be visible in the cover.
 struct Entry {
@@ -249,7 +249,7 @@ void PutCover(const Plan& plan, const Cover& cover) {
     if (chdir(directory) != 0) {
         Refuse(plan, "cannot enter", directory);
     }
-    if (mount("tmpfs", directory, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0) {
+    if (mount("tmpfs", directory, "tmpfs", MS_NOSUID | MS_NODEV, CoverOptions) != 0) {
         Refuse(plan, "cannot cover", directory);
     }
     for (const Entry& entry : cover.entries) {

@@ -9,6 +9,9 @@
 
 namespace kennly::test {
 
+/// Where a program inside looks for the system log.
+inline constexpr const char* LogSocketPath = "/dev/log";
+
 /// The private file system and processes behind a Sandbox, and the processes that keep them.
 ///
 /// A keeper, our child, makes the namespaces and forks their first process, which does nothing but

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iostream>
 #include <sstream>
 #include <thread>
@@ -163,6 +164,46 @@ TEST_F(SandboxTest, KeepsTheOrderOfManyLinesAndTellsTheListenerOfEach) {
 TEST_F(SandboxTest, GivesUpWaitingForALineThatDoesNotCome) {
     EXPECT_FALSE(
         sandbox_->WaitForLog([](const auto& log) { return !log.empty(); }, milliseconds(30)));
+}
+
+/// A second thread. Of a process that has but one, the thread sanitizer gives each copy another,
+/// and then it cannot enter a sandbox.
+class Bystander {
+public:
+    Bystander() : thread_([this] { end_.get_future().wait(); }) {}
+    ~Bystander() {
+        end_.set_value();
+        thread_.join();
+    }
+    Bystander(const Bystander&) = delete;
+    Bystander& operator=(const Bystander&) = delete;
+
+private:
+    std::promise<void> end_;
+    std::thread thread_;
+};
+
+TEST_F(SandboxTest, KeepsLinesForALogThatIsReadAgain) {
+    const Bystander bystander;
+    sandbox_->StopReadingLog();
+    ASSERT_EQ(Run({ThisProgram(), LogOnceFlag}), 0);
+    EXPECT_TRUE(sandbox_->Log().empty());
+
+    sandbox_->ReadLogAgain();
+
+    EXPECT_TRUE(WaitForLines(3)) << DescribeLog(sandbox_->Log());
+}
+
+TEST_F(SandboxTest, LosesLinesWhileThereIsNoLog) {
+    const Bystander bystander;
+    sandbox_->EndLog();
+    ASSERT_EQ(Run({ThisProgram(), LogOnceFlag}), 0);
+
+    ASSERT_TRUE(sandbox_->BeginLogAgain());
+
+    ASSERT_EQ(Run({ThisProgram(), LogOnceFlag}), 0);
+    EXPECT_TRUE(WaitForLines(3));
+    EXPECT_EQ(sandbox_->Log().size(), 3U) << DescribeLog(sandbox_->Log());
 }
 
 TEST_F(SandboxTest, HasThePrivateDirectoriesWithTheirModes) {

@@ -18,10 +18,14 @@ namespace {
 
 constexpr std::size_t LargestDatagram = 262144;  // above what a sender's buffer usually lets out
 
+Descriptor Open() {
+    return Descriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+}
+
 }  // namespace
 
 std::unique_ptr<SystemLogSocket> SystemLogSocket::Create(std::string& error) {
-    Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    Descriptor socket = Open();
     Descriptor wakeUp(eventfd(0, EFD_CLOEXEC));
     if (!socket.IsOpen() || !wakeUp.IsOpen()) {
         error = std::string("cannot open the log socket: ") + std::strerror(errno);
@@ -33,6 +37,17 @@ std::unique_ptr<SystemLogSocket> SystemLogSocket::Create(std::string& error) {
 
 SystemLogSocket::SystemLogSocket(Descriptor socket, Descriptor wakeUp)
     : socket_(std::move(socket)), wakeUp_(std::move(wakeUp)), buffer_(LargestDatagram) {
+    ReadAgain();
+}
+
+SystemLogSocket::~SystemLogSocket() {
+    StopReading();
+}
+
+void SystemLogSocket::ReadAgain() {
+    if (reader_.joinable()) {
+        return;
+    }
     // The test's signals are for its own threads: the reader inherits a full mask.
     sigset_t all;
     sigset_t before;
@@ -42,9 +57,27 @@ SystemLogSocket::SystemLogSocket(Descriptor socket, Descriptor wakeUp)
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-SystemLogSocket::~SystemLogSocket() {
+void SystemLogSocket::StopReading() {
+    if (!reader_.joinable()) {
+        return;
+    }
     eventfd_write(wakeUp_.Get(), 1);
     reader_.join();
+    eventfd_t spoken = 0;
+    eventfd_read(wakeUp_.Get(), &spoken);
+}
+
+void SystemLogSocket::Close() {
+    StopReading();
+    socket_.Close();
+}
+
+bool SystemLogSocket::Reopen() {
+    socket_ = Open();
+    if (socket_.IsOpen()) {
+        ReadAgain();
+    }
+    return socket_.IsOpen();
 }
 
 std::vector<LogLine> SystemLogSocket::Lines() const {

@@ -20,7 +20,8 @@ namespace kennly::test {
 /// The socket has no name yet: whoever knows the place, such as a child in another mount namespace,
 /// binds the descriptor. A thread of this object's own reads from it.
 ///
-/// Threads: any thread may call any operation but the destructor.
+/// Threads: any thread may call any operation but the destructor and those that end the reading or
+/// begin it again, which are for one thread at a time.
 /// Ownership: owns the socket and the thread; a listener is called until it is replaced.
 class SystemLogSocket {
 public:
@@ -48,6 +49,17 @@ public:
     ///
     /// A listener must not call this operation.
     void OnLine(Listener listener);
+
+    /// Ends the reader once it has recorded what has already arrived. The socket fills up then.
+    void StopReading();
+    /// Starts the reader again, if it does not run; it goes on with what waits.
+    void ReadAgain();
+    /// Stops reading and closes the socket, so that whoever writes to it fails.
+    void Close();
+    /// After Close(): opens a new socket that has no name yet and reads from it.
+    ///
+    /// Returns false when it cannot.
+    bool Reopen();
 
 private:
     SystemLogSocket(Descriptor socket, Descriptor wakeUp);

@@ -31,8 +31,8 @@ namespace kennly::test {
 /// For what has to happen, however busy the machine is.
 inline constexpr std::chrono::seconds Generous(30);
 
-/// For what has to happen at once.
-inline constexpr std::chrono::seconds Prompt(3);
+/// For what has to happen at once; a sanitizer looks for leaks at the end of each process.
+inline const std::chrono::seconds Prompt(RunsUnderSanitizer() ? 30 : 3);
 
 inline const std::string MainConfiguration = DataDirectory + "/config/kennly.xml";
 inline const std::string WatcherConfiguration = DataDirectory + "/config/dogdog.xml";

@@ -1,8 +1,11 @@
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +15,9 @@
 //
 // FAILING_FORK=<n>: the nth fork() since the program was executed fails with EAGAIN; a forked
 // process goes on counting where the other one stood.
+// FAILING_THREAD=<n>: the nth pthread_create() since the program was executed fails with EAGAIN.
+// One that is called while SIGTERM is blocked does not count, nor fail: the program never calls it
+// so, but the runtime of a sanitizer does, for a thread of its own.
 // FAILING_EXECV=<text>: an execv() fails with ENOMEM when the last argument is that text.
 // SLOW_CALL=<name>: a call of execv, fork, getppid or prctl takes half a second before it begins.
 
@@ -34,7 +40,14 @@ void DelayIfSlow(const char* name) {
     }
 }
 
+bool BlocksTermination() {
+    sigset_t blocked = {};
+    return pthread_sigmask(SIG_SETMASK, nullptr, &blocked) == 0 &&
+           sigismember(&blocked, SIGTERM) == 1;
+}
+
 int forks = 0;
+std::atomic<int> threads{0};
 
 }  // namespace
 
@@ -49,6 +62,17 @@ pid_t fork() {
         return -1;
     }
     return Next<pid_t()>("fork")();
+}
+
+int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*routine)(void*),
+                   void* argument) {
+    const int nth = BlocksTermination() ? 0 : ++threads;
+    const char* const failing = std::getenv("FAILING_THREAD");
+    if (nth != 0 && failing != nullptr && std::atoi(failing) == nth) {
+        return EAGAIN;
+    }
+    return Next<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create")(
+        handle, attributes, routine, argument);
 }
 
 int execv(const char* path, char* const* arguments) {

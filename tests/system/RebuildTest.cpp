@@ -31,17 +31,17 @@ TEST_F(RebuildTest, StartsEveryJobAnewWhenOnlyTheTimeHasChanged) {
 TEST_F(RebuildTest, AdaptsItsThreadsToTheNumberOfJobs) {
     Configure(Configuration(JobThatTraces("first")));
     StartDaemon();
-    const auto hasThreads = [this](const std::string& count) {
-        return WaitUntil([&] { return StatusField(daemon->Pid(), "Threads") == count; }, Generous);
+    const auto hasThreads = [this](int count) {
+        return WaitUntil([&] { return ThreadCount(daemon->Pid()) == count; }, Generous);
     };
-    EXPECT_TRUE(hasThreads("4"));
+    EXPECT_TRUE(hasThreads(4));
 
     Configure(Configuration(JobThatTraces("first") + JobThatTraces("second") +
                             JobThatTraces("third") + Marker("off")));
-    EXPECT_TRUE(hasThreads("10"));
+    EXPECT_TRUE(hasThreads(10));
 
     Configure(Configuration(Marker("none")));
-    EXPECT_TRUE(hasThreads("1"));
+    EXPECT_TRUE(hasThreads(1));
     EXPECT_TRUE(WaitForLine(Loaded("none")));
     StopDaemon();
 }

@@ -87,7 +87,9 @@ TEST_F(RoleTest, OfAChildLetsNoSignalButSIGTERMEndIt) {
 TEST_F(RoleTest, OfAChildEndsWithItsParent) {
     Configure(Configuration(Marker("loaded")));
     tag = "C ";
-    auto parent = sandbox->Start({"sh", "-c", KENNLY_PROGRAM " -Z & wait"});
+    StartOptions start;
+    start.environment = {NoLeakSearch};
+    auto parent = sandbox->Start({"sh", "-c", KENNLY_PROGRAM " -Z & wait"}, start);
     ASSERT_TRUE(WaitUntil([this] { return FindDaemon() > 0; }, Generous));
     const pid_t child = FindDaemon();
     number = NumberInside(child);

@@ -7,12 +7,14 @@ foreach(name
     kennly_unit_test(${name} LABEL system TIMEOUT 120)
 endforeach()
 foreach(name
-        BothHangTest DescriptorTest FileChangeTest FileStaleTest HangTest ManyThreadsTest RecoveryTest
-        RestartTreeTest SamplesTest)
+        AllocationFailureTest BothHangTest ClockJumpTest DescriptorShortageTest DescriptorTest
+        FileChangeTest FileFailureTest FileStaleTest FullDiskTest FullLogTest HangTest RecordFailureTest
+        RecoveryTest RestartTreeTest SamplesTest ScaleTest ShellFailureTest SystemLogTest
+        ThreadFailureTest)
     kennly_unit_test(${name} LABEL system TIMEOUT 600)
 endforeach()
 # These wait the longest, and so are started first.
-foreach(name RecoveryTest BothHangTest RestartTreeTest HangTest FileChangeTest FileStaleTest)
+foreach(name RecoveryTest BothHangTest RestartTreeTest HangTest FileChangeTest FileStaleTest FullLogTest)
     set_tests_properties(system/${name} PROPERTIES COST 1000)
 endforeach()
 
@@ -31,8 +33,20 @@ system_preload(DescriptorTest kennly_slow_close KENNLY_SLOW_CLOSE)
 # Calls that fail or take long.
 add_library(kennly_hampered_calls MODULE HamperedCalls.cpp)
 target_link_libraries(kennly_hampered_calls PRIVATE kennly_flags)
-foreach(name EarlySignalTest LostParentTest TreeFailureTest TreeTest)
+foreach(name EarlySignalTest LostParentTest ThreadFailureTest TreeFailureTest TreeTest)
     system_preload(${name} kennly_hampered_calls KENNLY_HAMPERED_CALLS)
+endforeach()
+
+# Allocations that fail, and pauses that are shorter.
+add_library(kennly_failing_memory MODULE FailingMemory.cpp)
+target_link_libraries(kennly_failing_memory PRIVATE kennly_flags)
+system_preload(AllocationFailureTest kennly_failing_memory KENNLY_FAILING_MEMORY)
+
+# Calls that fail for a time, and a clock that jumps.
+add_library(kennly_faulty_calls MODULE FaultyCalls.cpp)
+target_link_libraries(kennly_faulty_calls PRIVATE kennly_flags)
+foreach(name ThreadFailureTest ShellFailureTest FileFailureTest RecordFailureTest ClockJumpTest)
+    system_preload(${name} kennly_faulty_calls KENNLY_FAULTY_CALLS)
 endforeach()
 
 # It installs what has been built.

@@ -27,6 +27,15 @@ protected:
         EXPECT_THAT(number, ::testing::MatchesRegex("[0-9]+"));
         EXPECT_THAT(others, ::testing::Not(::testing::Contains(number)));
     }
+
+    /// What a tree is started with, and what its parent leaves.
+    struct Tree {
+        std::vector<std::string> options;
+        const char* tag;
+        const char* heartbeat;
+    };
+    static inline const std::vector<Tree> Trees = {{{}, "P ", "parent"},
+                                                   {{"-W"}, "WP", "watcherparent"}};
 };
 
 TEST_F(TreeFailureTest, OfTheFirstForkEndsTheFirstProcess) {
@@ -61,23 +70,18 @@ TEST_F(TreeFailureTest, OfTheForkOfTheWatcherEndsTheParentBeforeItHasAChild) {
 }
 
 TEST_F(TreeFailureTest, OfTheForkOfTheChildEndsTheParentWithoutAFailureStatus) {
-    struct Row {
-        std::vector<std::string> options;
-        const char* tag;
-        const char* heartbeat;
-    };
-    for (const Row& row : {Row{{}, "P ", "parent"}, Row{{"-W"}, "WP", "watcherparent"}}) {
-        SCOPED_TRACE(row.tag);
+    for (const Tree& tree : Trees) {
+        SCOPED_TRACE(tree.tag);
         SetUp();
-        tag = row.tag;
+        tag = tree.tag;
 
-        EXPECT_EQ(RunToItsEnd(row.options, FailingFork(2)), 0);
+        EXPECT_EQ(RunToItsEnd(tree.options, FailingFork(2)), 0);
 
         const std::string first = number;
         TakeNumberFromLines({first});
         EXPECT_THAT(Lines(), ElementsAre(Error("createchildprocess - cannot fork"), Exit(0)));
         EXPECT_TRUE(WaitUntilOnly({}));
-        EXPECT_THAT(Heartbeats(), ElementsAre(row.heartbeat));
+        EXPECT_THAT(Heartbeats(), ElementsAre(tree.heartbeat));
     }
 }
 
@@ -105,17 +109,21 @@ TEST_F(TreeFailureTest, OfTheExecutionOfTheWatcherLeavesTheMainTreeAlone) {
 }
 
 TEST_F(TreeFailureTest, OfTheExecutionOfTheChildLeavesTheParentAlone) {
-    tag = "P ";
+    for (const Tree& tree : Trees) {
+        SCOPED_TRACE(tree.tag);
+        SetUp();
+        tag = tree.tag;
 
-    StartTrees({}, {"P "}, FailingExecution("-Z"));
+        StartTrees(tree.options, {tag}, FailingExecution("-Z"));
 
-    TakeNumberFromLines({Role("P ").number});
-    EXPECT_THAT(Lines(), ElementsAre(Error("createchildprocess - cannot execv"), Exit(1)));
-    EXPECT_TRUE(WaitUntilOnly({"P "}));
-    EXPECT_TRUE(WaitForBeatsOf({"P "}));
-    EXPECT_THAT(Heartbeats(), ElementsAre("parent"));
-    StopTrees();
-    EXPECT_TRUE(WaitForLine(ExitOf("P ")));
+        TakeNumberFromLines({Role(tag).number});
+        EXPECT_THAT(Lines(), ElementsAre(Error("createchildprocess - cannot execv"), Exit(1)));
+        EXPECT_TRUE(WaitUntilOnly({tag}));
+        EXPECT_TRUE(WaitForBeatsOf({tag}));
+        EXPECT_THAT(Heartbeats(), ElementsAre(tree.heartbeat));
+        StopTrees();
+        EXPECT_TRUE(WaitForLine(ExitOf(tag)));
+    }
 }
 
 }  // namespace kennly::test

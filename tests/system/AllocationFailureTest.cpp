@@ -1,0 +1,247 @@
+#include <algorithm>
+#include <atomic>
+#include <regex>
+
+#include "system/DaemonFixture.h"
+#include "system/Lanes.h"
+
+namespace kennly::test {
+
+namespace {
+
+constexpr int Loads = 2;  // of a run in which nothing fails
+
+const std::string ReportPath = PathOf("allocations");
+
+std::string TraceOf(const std::string& job) {
+    return PathOf("ran-" + job);
+}
+
+/// The names of the jobs of a load, one for each kind of check.
+std::vector<std::string> JobsOf(int load) {
+    const std::string number = std::to_string(load);
+    return {"command" + number, "change" + number, "stale" + number};
+}
+
+/// Those of them that fail again when their remedy has not run. A change is noticed once.
+std::vector<std::string> RepeatedJobsOf(int load) {
+    const std::vector<std::string> names = JobsOf(load);
+    return {names[0], names[2]};
+}
+
+/// Each of the jobs fails at once and again every few seconds, and its remedy leaves a trace.
+std::string ConfigurationOf(int load) {
+    const std::string often = "delay=\"5\"";
+    const std::vector<std::string> names = JobsOf(load);
+    const std::string watched = PathOf("watched");
+    const auto remedy = [](const std::string& name, const std::string& type) {
+        return Remedy("touch " + TraceOf(name), "", type);
+    };
+    return Configuration(
+        Job(names[0], Check("false", often) + remedy(names[0], "Execute"), "maxerrors=\"100\"") +
+        Job(names[1],
+            CheckOfType("CheckForFileChange", {watched}, often) + remedy(names[1], "Execute")) +
+        Job(names[2], CheckOfType("CheckForNoFileChange", {watched, "1"}, often) +
+                          remedy(names[2], "ExecuteAlways")));
+}
+
+/// What the program may log when memory runs out, without the beginning of the line.
+const std::regex& KnownTexts() {
+    static const std::regex texts(
+        "[a-z]+[0-9] check failed - running remedy: touch \\S+|"
+        "config file failed to load, error: Failed to open file|"
+        "Configuration file parse error|"
+        "exception while loading config|"
+        "exception in ReloadConfigIfConfigHasChanged|"
+        "check error - DogCheckCommandWatch::DoWatch\\(\\) catch\\(\\.\\.\\.\\)!! [a-z]+[0-9]|"
+        "Exception while processing check for job: [a-z]+[0-9]|"
+        "Exception processing remedy for job [a-z]+[0-9]|"
+        "Exception in ProcessJob for job: [a-z]+[0-9]|"
+        "Error creating Thread Pool|"
+        "exception while (creating threadpool|tidying threadpool|assigning jobs)!|"
+        "exception while new-ing DogConfig!|"
+        "exception in parent_main or child_main!|"
+        "exception while parsing arguments!");
+    return texts;
+}
+
+/// Lines as the program writes them, and the one of a C library that has no memory for a line.
+bool IsKnown(const LogLine& line) {
+    static const std::regex shape("[0-9]+:(?:  |\\?\\?): (.*)\n");
+    static const std::regex exit("[0-9]+:   exit\\([01]\\)");
+    static const std::regex lost("out of memory \\[[0-9]+\\]");
+    std::smatch parts;
+    if (std::regex_match(line.text, parts, shape)) {
+        const std::string text = parts[1];
+        return std::regex_match(text, KnownTexts());
+    }
+    return std::regex_match(line.text, exit) || std::regex_match(line.text, lost);
+}
+
+/// What became of the runs.
+struct Counts {
+    std::atomic<int> runs{0};
+    std::atomic<int> failures{0};  // that came about
+    std::atomic<int> silent{0};    // of these, those of which no line tells
+    std::atomic<int> ends{0};      // of these, those that ended the program
+};
+
+}  // namespace
+
+/// Runs of the program from its start over two loads to its end, with pauses twenty times shorter.
+class AllocationFailureTest : public DaemonTest {
+public:
+    void SetUp() override {
+        if (RunsUnderSanitizer()) {
+            GTEST_SKIP() << "a sanitizer brings an allocator of its own";
+        }
+        DaemonTest::SetUp();
+        fileTime = 1700000000;
+    }
+
+    /// A run in which the allocation with that number fails, from 1, or none. Returns how many
+    /// there have been, 0 when the program has not come to its orderly end.
+    long Run(long failing, Counts& counts) {
+        PutFile(PathOf("watched"), 1600000000);
+        StartOptions start;
+        start.environment = {{"LD_PRELOAD", KENNLY_FAILING_MEMORY},
+                             {"FAILING_ALLOCATION", std::to_string(failing)},
+                             {"ALLOCATION_REPORT", ReportPath},
+                             {"SHORTER_SLEEP", "20"}};
+        Configure(ConfigurationOf(0));
+        StartDaemon({"-f"}, start);
+        LoadUntilAllIsWell();
+        const bool endedItself = HasEnded();
+        if (endedItself) {
+            ExpectDocumentedEnd();
+        } else {
+            daemon->Signal(SIGTERM);
+            EXPECT_EQ(EndOfDaemon(), std::optional<int>(0));
+            EXPECT_TRUE(WaitForLastLine("exit(0)"));
+        }
+        ExpectKnownLines();
+        Count(counts, endedItself);
+        return Allocations();
+    }
+
+private:
+    /// Makes at least as many loads as belong to a run, and after one during which an allocation
+    /// has failed one more, in which all jobs have to run. A failure of which no line tells may
+    /// cost a job one of its cycles and no more.
+    void LoadUntilAllIsWell() {
+        bool failedBefore = false;
+        for (int load = 0;; ++load) {
+            const auto isOver = [&] {
+                return HasEnded() || HaveRun(JobsOf(load)) ||
+                       (failedBefore != AllocationFailed() &&
+                        (HasTold() || HaveRun(RepeatedJobsOf(load))));
+            };
+            const bool over = WaitUntil(isOver, Generous);
+            EXPECT_TRUE(over) << "not all jobs of load " << load << " have run";
+            const bool failedNow = failedBefore != AllocationFailed();
+            if (HasEnded() || !over || (load + 1 >= Loads && !failedNow)) {
+                return;
+            }
+            failedBefore = AllocationFailed();
+            Configure(ConfigurationOf(load + 1));
+        }
+    }
+
+    bool HasEnded() { return !daemon->Running(); }
+
+    std::string Report() const { return sandbox->ReadFile(ReportPath).value_or(""); }
+
+    bool AllocationFailed() const { return Report().find("failed") != std::string::npos; }
+
+    long Allocations() const {
+        const std::string label = "allocations: ";
+        const std::string report = Report();
+        const std::size_t begin = report.find(label);
+        return begin != std::string::npos ? std::stol(report.substr(begin + label.size())) : 0;
+    }
+
+    bool HaveRun(const std::vector<std::string>& jobs) const {
+        return std::all_of(jobs.begin(), jobs.end(), [this](const std::string& job) {
+            return sandbox->FileExists(TraceOf(job));
+        });
+    }
+
+    bool HasLine(const std::string& part) const {
+        const std::vector<LogLine> lines = sandbox->Log();
+        return std::any_of(lines.begin(), lines.end(), [&part](const LogLine& line) {
+            return line.text.find(part) != std::string::npos;
+        });
+    }
+
+    /// Whether a line tells of a failure.
+    bool HasTold() const {
+        const std::vector<LogLine> lines = sandbox->Log();
+        return std::any_of(lines.begin(), lines.end(),
+                           [](const LogLine& line) { return line.severity != LOG_DEBUG; });
+    }
+
+    /// Waits for the last line of an orderly end, or for the one that stands in its place.
+    bool WaitForLastLine(const std::string& part) const {
+        return WaitUntil([&] { return HasLine(part) || HasLine("out of memory ["); }, Generous);
+    }
+
+    /// Memory that is missing ends the program before its first load alone, with a line about it.
+    void ExpectDocumentedEnd() {
+        const int status = EndOfDaemon().value_or(-1);
+        ASSERT_TRUE(WIFEXITED(status)) << "ended with the wait status " << status;
+        EXPECT_EQ(WEXITSTATUS(status), 1);
+        EXPECT_TRUE(WaitUntil(
+            [&] {
+                return HasLine("exception while new-ing DogConfig!") ||
+                       HasLine("exception in parent_main or child_main!") ||
+                       HasLine("exception while parsing arguments!");
+            },
+            Generous));
+    }
+
+    void ExpectKnownLines() const {
+        for (const LogLine& line : sandbox->Log()) {
+            EXPECT_TRUE(IsKnown(line)) << line.text;
+        }
+    }
+
+    void Count(Counts& counts, bool endedItself) const {
+        ++counts.runs;
+        counts.failures += AllocationFailed() ? 1 : 0;
+        counts.silent += AllocationFailed() && !HasTold() ? 1 : 0;
+        counts.ends += endedItself ? 1 : 0;
+    }
+};
+
+namespace {
+
+/// Runs with each of so many allocations failing, several at once: they mostly wait.
+void Sweep(long allocations) {
+    Counts counts;
+    std::atomic<long> last{0};
+    RunInLanes<AllocationFailureTest>(8, [&](AllocationFailureTest& lane, int) {
+        for (long failing = ++last; failing <= allocations && !::testing::Test::HasFailure();
+             failing = ++last) {
+            SCOPED_TRACE("allocation " + std::to_string(failing));
+            lane.SetUp();
+            lane.Run(failing, counts);
+        }
+    });
+    EXPECT_GT(counts.failures, allocations / 2);
+    std::cout << "    runs: " << counts.runs << "\n    failures: " << counts.failures
+              << "\n    without a line: " << counts.silent
+              << "\n    that ended the program: " << counts.ends << std::endl;
+}
+
+}  // namespace
+
+TEST_F(AllocationFailureTest, OfAnyIsSurvivedAndTheNextLoadIsWhole) {
+    Counts counts;
+    const long all = Run(0, counts);
+    ASSERT_GT(all, 0);
+    std::cout << "    allocations: " << all << std::endl;
+
+    Sweep(all);
+}
+
+}  // namespace kennly::test

@@ -1,0 +1,267 @@
+#include <array>
+#include <ctime>
+#include <fstream>
+#include <future>
+#include <iomanip>
+#include <set>
+#include <sstream>
+#include <system_error>
+#include <thread>
+
+#include "system/DaemonFixture.h"
+
+namespace kennly::test {
+
+using ::testing::ElementsAre;
+using ::testing::SizeIs;
+
+namespace {
+
+/// Whether this machine lets one process have so many threads at once.
+bool AllowsThreads(std::size_t count) {
+    std::promise<void> end;
+    const std::shared_future<void> ended = end.get_future().share();
+    std::vector<std::thread> threads;
+    try {
+        while (threads.size() < count) {
+            threads.emplace_back([ended] { ended.wait(); });
+        }
+    } catch (const std::system_error&) {  // then it is as many as there are
+    }
+    end.set_value();
+    const bool allowed = threads.size() == count;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    return allowed;
+}
+
+/// What the kernel says about the number of threads.
+std::string ThreadLimits() {
+    constexpr std::array files = {"/proc/sys/kernel/threads-max", "/proc/sys/kernel/pid_max",
+                                  "/proc/sys/vm/max_map_count", "/sys/fs/cgroup/pids.max",
+                                  "/sys/fs/cgroup/pids/pids.max"};
+    std::string limits;
+    for (const char* const path : files) {
+        std::ifstream file(path);
+        std::string value;
+        if (file >> value) {
+            limits += std::string(limits.empty() ? "" : ", ") + path + " " + value;
+        }
+    }
+    return limits;
+}
+
+/// The processor time that all threads of a process have used, in seconds.
+double ProcessorSeconds(pid_t process) {
+    clockid_t clock = 0;
+    timespec used = {};
+    EXPECT_EQ(clock_getcpuclockid(process, &clock), 0);
+    EXPECT_EQ(clock_gettime(clock, &used), 0);
+    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
+}
+
+}  // namespace
+
+/// The program with more jobs than anyone has.
+class ScaleTest : public DaemonTest {
+protected:
+    static constexpr std::chrono::seconds Limit{120};
+
+    static std::string NameOf(int number) { return "job" + std::to_string(number); }
+
+    /// Jobs whose checks append their names to `file`.
+    static std::string Jobs(int count, const std::string& file) {
+        std::string jobs;
+        for (int number = 0; number < count; ++number) {
+            const std::string check = "echo " + NameOf(number) + " >>" + file + "; true";
+            jobs += Job(NameOf(number), Check(check, "delay=\"20\"") + Remedy("true"));
+        }
+        return jobs;
+    }
+
+    /// The names that checks have written to the file so far.
+    std::set<std::string> NamesIn(const std::string& file) const {
+        std::istringstream content(sandbox->ReadFile(file).value_or(""));
+        std::set<std::string> names;
+        for (std::string name; std::getline(content, name) && !content.eof();) {
+            names.insert(name);
+        }
+        return names;
+    }
+
+    bool WaitForNames(int count, const std::string& file) const {
+        return WaitUntil([&] { return NamesIn(file).size() == static_cast<std::size_t>(count); },
+                         Limit);
+    }
+
+    bool WaitForThreads(int count) const {
+        return WaitUntil([&] { return ThreadCount(daemon->Pid()) == count; }, Limit);
+    }
+};
+
+/// The program where some thirty threads find room.
+class FewThreadsTest : public ScaleTest {
+protected:
+    void SetUp() override {
+        if (RunsUnderSanitizer()) {
+            GTEST_SKIP() << "a sanitizer does not find room itself";
+        }
+        ScaleTest::SetUp();
+    }
+
+    void StartWithRoomForFewThreads() {
+        daemon = sandbox->Start(
+            {"sh", "-c", "ulimit -s 16384; ulimit -v 500000; exec " KENNLY_PROGRAM " -f"});
+        number = NumberInside(daemon->Pid());
+    }
+
+    static std::string FewJobs(const std::string& trace) {
+        return Configuration(
+            Job("few", Check(Note(trace) + "; true", "delay=\"1\"") + Remedy("true")));
+    }
+
+    void ExpectNoJobRuns() {
+        EXPECT_TRUE(WaitForThreads(1));
+        EXPECT_TRUE(WaitForHeartbeat(TimeOf(ChildHeartbeat)));
+        EXPECT_TRUE(WaitForHeartbeat(TimeOf(ChildHeartbeat)));
+    }
+
+    void ExpectFewJobsRun(const std::string& trace) {
+        EXPECT_TRUE(WaitForTraces(trace, 2));
+        EXPECT_TRUE(WaitForThreads(4));
+    }
+};
+
+TEST_F(FewThreadsTest, TooManyJobsAreReportedAndFewerStillRun) {
+    Configure(Configuration(Jobs(200, "/dev/null")));
+    StartWithRoomForFewThreads();
+
+    ASSERT_TRUE(WaitForLine(Error("Error creating Thread Pool")));
+
+    ExpectNoJobRuns();
+    Configure(FewJobs("few"));
+    ExpectFewJobsRun("few");
+    StopDaemon();
+    EXPECT_THAT(Lines(), ElementsAre(Error("Error creating Thread Pool"), Exit(0)));
+}
+
+TEST_F(FewThreadsTest, TooManyJobsAtAReloadAreReportedEachTimeAndFewerRunAgain) {
+    Configure(FewJobs("before"));
+    StartWithRoomForFewThreads();
+    ExpectFewJobsRun("before");
+    for (const std::size_t time : {std::size_t{1}, std::size_t{2}}) {
+        Configure(Configuration(Jobs(200, "/dev/null")));
+
+        ASSERT_TRUE(WaitForLine(Error("Error creating Thread Pool"), time));
+
+        ExpectNoJobRuns();
+        const std::string trace = "after" + std::to_string(time);
+        Configure(FewJobs(trace));
+        ExpectFewJobsRun(trace);
+    }
+    StopDaemon();
+    EXPECT_THAT(ArrivalsOf(Error("Error creating Thread Pool")), SizeIs(2));
+    EXPECT_THAT(Lines(), SizeIs(3));
+}
+
+/// So many jobs, which are then replaced by so many others.
+struct Scale {
+    int commands;  // jobs that check by a command
+    int files;     // jobs that look at a file
+    int afterwards;
+};
+
+class ManyJobsTest : public ScaleTest, public ::testing::WithParamInterface<Scale> {
+protected:
+    static int Count() { return GetParam().commands + GetParam().files; }
+
+    /// Jobs that look at a file and fail at its first sight. Their remedies are held back, so that
+    /// none of them ever needs a shell.
+    static std::string FileJobs() {
+        const std::string blocked = "blockaction=\"" + MainConfiguration + "\"";
+        std::string jobs;
+        for (int number = GetParam().commands; number < Count(); ++number) {
+            jobs += Job(NameOf(number),
+                        CheckOfType("CheckForFileChange", {MainConfiguration}, "delay=\"20\"") +
+                            Remedy("true", blocked));
+        }
+        return jobs;
+    }
+
+    /// The names of the jobs that have looked at their file, as their records tell after a reload.
+    std::size_t Records() const {
+        const std::filesystem::directory_iterator records(
+            sandbox->PathInside(DataDirectory + "/config/filetimes"));
+        return static_cast<std::size_t>(std::distance(begin(records), end(records)));
+    }
+
+    /// Waits until hardly anything runs for a second.
+    bool WaitUntilIdle() const {
+        return WaitUntil([this] { return ShareOfACore(std::chrono::seconds(1)) < 0.1; }, Limit);
+    }
+
+    double ShareOfACore(std::chrono::seconds duration) const {
+        const auto begin = Clock::now();
+        const double before = ProcessorSeconds(daemon->Pid());
+        std::this_thread::sleep_for(duration);
+        const double used = ProcessorSeconds(daemon->Pid()) - before;
+        return used / SecondsBetween(begin, Clock::now());
+    }
+
+    // The bounds are far off: what breaks them is a defect.
+    void MeasureAndPrint() const {
+        const double resident = std::stod(StatusField(daemon->Pid(), "VmRSS"));
+        const double reserved = std::stod(StatusField(daemon->Pid(), "VmSize"));
+        const double share = ShareOfACore(std::chrono::seconds(10));
+        std::cout << std::fixed << std::setprecision(1) << "    " << Count()
+                  << " jobs: " << resident / 1024 << " MB resident, " << resident / Count()
+                  << " kB a job; " << reserved / 1024 << " MB virtual, "
+                  << reserved / 1024 / Count() << " MB a job; idle " << std::setprecision(4)
+                  << share * 100 << " % of one core" << std::endl;
+        EXPECT_LT(resident / Count(), 200);
+        EXPECT_LT(share, 0.05);
+    }
+};
+
+TEST_P(ManyJobsTest, RunTheirChecksAreReplacedAndEnd) {
+    const int room = 3 * Count() + 2 * GetParam().commands + 500;  // shells, and others' processes
+    if (RunsUnderSanitizer() && Count() > 1000) {
+        GTEST_SKIP() << "a sanitizer does not know so many threads";
+    }
+    if (!AllowsThreads(static_cast<std::size_t>(room))) {
+        GTEST_SKIP() << "no room for " << room << " threads: " << ThreadLimits();
+    }
+    const std::string first = PathOf("first");
+    const std::string second = PathOf("second");
+    Configure(Configuration(FileJobs() + Jobs(GetParam().commands, first)));
+    StartDaemon();
+    ASSERT_TRUE(WaitForThreads(3 * Count() + 1));
+    ASSERT_TRUE(WaitForNames(GetParam().commands, first));
+    ASSERT_TRUE(WaitUntilIdle());
+    if (!RunsUnderSanitizer()) {
+        MeasureAndPrint();
+    }
+
+    Configure(Configuration(Jobs(GetParam().afterwards, second)));
+
+    ASSERT_TRUE(WaitForNames(GetParam().afterwards, second));
+    ASSERT_TRUE(WaitForThreads(3 * GetParam().afterwards + 1));
+    EXPECT_EQ(Records(), static_cast<std::size_t>(GetParam().files));
+    ASSERT_TRUE(daemon->Signal(SIGTERM));
+    EXPECT_EQ(EndOfDaemon(), std::optional<int>(0));
+    EXPECT_TRUE(WaitForLine(Exit(0)));
+    EXPECT_THAT(Lines(), ElementsAre(Exit(0)));
+}
+
+// Most of the many jobs look at a file: a thousand shells that start at once are what a machine
+// bears, and five thousand would measure the shells.
+INSTANTIATE_TEST_SUITE_P(OfEachSize, ManyJobsTest,
+                         ::testing::Values(Scale{100, 0, 100}, Scale{1000, 0, 1000},
+                                           Scale{500, 4500, 10}),
+                         [](const auto& scale) {
+                             return std::to_string(scale.param.commands + scale.param.files) +
+                                    "Jobs";
+                         });
+
+}  // namespace kennly::test
