@@ -11,7 +11,7 @@ packages="g++ cmake ninja-build libtinyxml-dev"
 for group in "$@"; do
     case $group in
     test) packages="$packages libgtest-dev libgmock-dev" ;;
-    check) packages="$packages clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev" ;;
+    check) packages="$packages clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev cppcheck gcovr" ;;
     *)
         echo "install-deps.sh: no such group: $group (there are: test, check)" >&2
         exit 2

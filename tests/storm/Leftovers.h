@@ -1,0 +1,35 @@
+#pragma once
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <thread>
+
+#include "storm/Storm.h"
+#include "support/ProcessView.h"
+
+namespace kennly::test {
+
+/// As many lanes as keep this machine busy, at least two and at most six.
+inline int BusyLanes() {
+    return std::clamp(2 * static_cast<int>(std::thread::hardware_concurrency()), 2, 6);
+}
+
+/// Watches what the storm's own program holds on to: a storm that leaks would not last.
+class Leftovers {
+public:
+    /// Expects as many descriptors as when this object was made, and no process of ours.
+    void ExpectNone(Figures& figures) const {
+        EXPECT_EQ(OpenDescriptors(getpid()).size(), descriptors_) << "of the storm itself";
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process of the storm is left";
+        EXPECT_EQ(errno, ECHILD);
+        figures.Tell("resident memory of the storm itself", StatusField(getpid(), "VmRSS"));
+    }
+
+private:
+    const std::size_t descriptors_ = OpenDescriptors(getpid()).size();
+};
+
+}  // namespace kennly::test

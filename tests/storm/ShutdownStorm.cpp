@@ -1,0 +1,213 @@
+#include "storm/Leftovers.h"
+#include "storm/ShutdownPhases.h"
+#include "storm/Storm.h"
+#include "support/DaemonProcesses.h"
+
+namespace kennly::test {
+
+using ::testing::Each;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::UnorderedElementsAre;
+
+namespace {
+
+/// How long a daemon may take for its work, or for its end, before it counts as hanging.
+constexpr std::chrono::seconds Limit(60);
+
+// Names of figures.
+const std::string Exited = "exits with status 0";
+const std::string InForeground = "rounds in the foreground";
+const std::string InBackground = "rounds in the background";
+const std::string MetNoWorkers = "SIGTERM met a foreground process without workers";
+const std::string MetSomeWorkers = "SIGTERM met one with some of its workers";
+const std::string MetAllWorkers = "SIGTERM met one with all its workers";
+
+/// Whether a signal that ends a process would be kept for it, or is caught by it.
+bool IsReadyForSignals(pid_t process) {
+    return HasSignal(StatusField(process, "SigBlk"), SIGTERM) ||
+           HasSignal(StatusField(process, "SigCgt"), SIGTERM);
+}
+
+/// As WaitUntil, but asks again at once: what is waited for takes milliseconds.
+template <class F>
+bool WaitClosely(F condition) {
+    const auto deadline = std::chrono::steady_clock::now() + Limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+}  // namespace
+
+/// Sends SIGTERM to the daemon whatever it is doing: it has to end at once, and in order.
+class ShutdownStorm : public DaemonTest {
+public:
+    void Round(Dice& dice, Figures& figures) {
+        SetUp();  // also a log of its own, which stays short
+        ASSERT_TRUE(sandbox);
+        const ShutdownPhase& phase = dice.Pick(ShutdownPhases);
+        const Preparation prepared = phase.prepare(dice);
+        const bool inBackground = dice.UpTo(2) == 0;
+        const std::chrono::microseconds instant = InstantIn(phase, dice);
+        SCOPED_TRACE(phase.name + (inBackground ? ", in the background" : ", in the foreground") +
+                     ", " + std::to_string(prepared.jobs) + " jobs, SIGTERM after " +
+                     std::to_string(instant.count()) + " microseconds");
+        figures.Count("rounds");
+        figures.Count("rounds " + phase.name);
+        figures.Count(inBackground ? InBackground : InForeground);
+        figures.Count("jobs", prepared.jobs);
+        Configure(prepared.configuration);
+        ASSERT_NO_FATAL_FAILURE(inBackground ? StartInBackground() : StartInForeground());
+        ASSERT_NO_FATAL_FAILURE(AwaitWork(prepared));
+        std::this_thread::sleep_for(instant);
+        ASSERT_NO_FATAL_FAILURE(inBackground ? StopInBackground(figures)
+                                             : StopInForeground(prepared, figures));
+        EXPECT_THAT(Lines(), Each(Not(HasSubstr(" local4.err "))));
+    }
+
+private:
+    // ---- up to the instant
+
+    /// When SIGTERM comes, counted from the begin of the work; in one of three rounds almost at
+    /// once.
+    static std::chrono::microseconds InstantIn(const ShutdownPhase& phase, Dice& dice) {
+        const std::chrono::microseconds longest = phase.longest;
+        const auto latest = dice.UpTo(2) == 0 ? longest / 50 : longest;
+        return std::chrono::microseconds(dice.UpTo(static_cast<std::uint32_t>(latest.count())));
+    }
+
+    void StartInForeground() {
+        StartDaemon();
+        target_ = daemon->Pid();
+        ASSERT_TRUE(WaitClosely([&] { return IsReadyForSignals(target_); }));
+    }
+
+    /// Goes on as soon as there is a parent, which may not have its child yet.
+    void StartInBackground() {
+        StartDaemon({});
+        ASSERT_EQ(EndOfDaemon(Limit), std::optional<int>(0)) << "the first process";
+        ASSERT_TRUE(WaitClosely([&] {
+            for (const DaemonProcess& process : DaemonProcesses(*sandbox)) {
+                // What is about to become a child is still a copy of its parent.
+                if (process.Tag() == "P " && process.parent == "1") {
+                    target_ = process.outside;
+                    return true;
+                }
+            }
+            return false;
+        }));
+        ASSERT_TRUE(IsReadyForSignals(target_));
+        if (RunsUnderThreadSanitizer()) {  // it may forget a signal that comes while it forks
+            ASSERT_TRUE(WaitClosely([&] {
+                const auto child = OnlyDaemonProcess(*sandbox, "C ");
+                return child && IsReadyForSignals(child->outside);
+            }));
+        }
+    }
+
+    void AwaitWork(const Preparation& prepared) {
+        if (!prepared.trace.empty()) {
+            ASSERT_TRUE(
+                WaitUntil([&] { return sandbox->FileExists(TracePath(prepared.trace)); }, Limit));
+        }
+        if (!prepared.replacement.empty()) {
+            Configure(prepared.replacement);
+            ASSERT_TRUE(sandbox->WaitForLog(
+                [&](const auto& /*lines*/) {
+                    return !LinesWith(LoadedText(ReplacementMarker)).empty();
+                },
+                Limit));
+        }
+    }
+
+    // ---- from the instant on
+
+    void StopInForeground(const Preparation& prepared, Figures& figures) {
+        CountThreads(prepared, figures);
+        figures.Largest("most resident memory, MiB",
+                        std::stod("0" + StatusField(target_, "VmRSS")) / 1024);
+        const auto asked = Clock::now();
+        ASSERT_TRUE(daemon->Signal(SIGTERM)) << "the daemon runs no longer";
+        const auto end = EndOfDaemon(Limit);
+        figures.Largest("slowest end in the foreground, seconds",
+                        SecondsBetween(asked, Clock::now()));
+        ASSERT_EQ(end, std::optional<int>(0));
+        EXPECT_TRUE(WaitForLine(Exit(0)));
+        EXPECT_THAT(Exits(), UnorderedElementsAre("   exit(0)"));
+        figures.Count(Exited);
+    }
+
+    void StopInBackground(Figures& figures) {
+        const auto asked = Clock::now();
+        ASSERT_EQ(kill(target_, SIGTERM), 0) << "the parent runs no longer";
+        const bool ended = WaitUntil([&] { return DaemonProcesses(*sandbox).empty(); }, Limit);
+        figures.Largest("slowest end of a parent and its child, seconds",
+                        SecondsBetween(asked, Clock::now()));
+        ASSERT_TRUE(ended) << "processes of the daemon are left";
+        sandbox->WaitForLog([&](const auto& /*lines*/) { return Exits().size() >= 2; }, Generous);
+        EXPECT_THAT(Exits(), UnorderedElementsAre("P  exit(0)", "C  exit(0)"));
+        figures.Count(Exited, 2);
+    }
+
+    /// How far it was, which tells that the instants are spread over its work.
+    void CountThreads(const Preparation& prepared, Figures& figures) const {
+        const int threads = ThreadCount(target_);
+        figures.Count(threads == 1                       ? MetNoWorkers
+                      : threads == 3 * prepared.jobs + 1 ? MetAllWorkers
+                                                         : MetSomeWorkers);
+    }
+
+    std::vector<std::string> LinesWith(const std::string& text) const {
+        std::vector<std::string> found;
+        for (const std::string& line : Lines()) {
+            if (line.find(text) != std::string::npos) {
+                found.push_back(line);
+            }
+        }
+        return found;
+    }
+
+    /// The last lines of all processes, from the tags of their roles on.
+    std::vector<std::string> Exits() const {
+        std::vector<std::string> exits;
+        for (const std::string& line : LinesWith(" exit(")) {
+            exits.push_back(line.substr(line.find(':') + 1));
+        }
+        return exits;
+    }
+
+    pid_t target_ = -1;  // of SIGTERM
+};
+
+TEST(ShutdownStormTest, EndsInOrderWhateverItIsDoing) {
+    const Leftovers leftovers;
+    const int lanes = BusyLanes();
+    Figures figures;
+    figures.Tell("lanes", std::to_string(lanes));
+    figures.Count("rounds", 0);
+    for (const ShutdownPhase& phase : ShutdownPhases) {
+        figures.Count("rounds " + phase.name, 0);
+    }
+    for (const std::string& name :
+         {InForeground, InBackground, Exited, MetNoWorkers, MetSomeWorkers, MetAllWorkers}) {
+        figures.Count(name, 0);
+    }
+
+    RunLanes<ShutdownStorm>(lanes,
+                            [&](ShutdownStorm& lane, Dice& dice) { lane.Round(dice, figures); });
+
+    leftovers.ExpectNone(figures);
+    const std::int64_t processes =
+        figures.CountOf(InForeground) + 2 * figures.CountOf(InBackground);
+    figures.Tell(Exited,
+                 std::to_string(figures.CountOf(Exited)) + " of " + std::to_string(processes));
+    figures.Print();
+    EXPECT_GT(figures.CountOf("rounds"), 0);
+}
+
+}  // namespace kennly::test
