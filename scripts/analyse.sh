@@ -1,7 +1,7 @@
 #!/bin/sh
-# Runs clang-tidy on the program, the demonstration and what tests share, given a build directory with
-# compile_commands.json. Tests themselves are left to the compilers: GoogleTest's macros would take the
-# analyser ten minutes.
+# Runs clang-tidy and cppcheck on the program, and clang-tidy on the demonstration and what tests share,
+# given a build directory with compile_commands.json. Tests themselves are left to the compilers:
+# GoogleTest's macros would take the analyser ten minutes.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -13,3 +13,11 @@ git ls-files 'src/*.cpp' 'demo/*.cpp' 'tests/support/*.cpp' |
         exit 1
     }
 echo "clang-tidy has found nothing"
+
+cppcheck --quiet --enable=warning,style,performance,portability --std=c++17 --language=c++ \
+    -D_GNU_SOURCE --suppress=missingIncludeSystem --error-exitcode=1 -j "$(nproc)" -I src src ||
+    {
+        echo "analyse.sh: cppcheck has found something" >&2
+        exit 1
+    }
+echo "cppcheck has found nothing"
