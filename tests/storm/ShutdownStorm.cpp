@@ -102,12 +102,6 @@ private:
             return false;
         }));
         ASSERT_TRUE(IsReadyForSignals(target_));
-        if (RunsUnderThreadSanitizer()) {  // it may forget a signal that comes while it forks
-            ASSERT_TRUE(WaitClosely([&] {
-                const auto child = OnlyDaemonProcess(*sandbox, "C ");
-                return child && IsReadyForSignals(child->outside);
-            }));
-        }
     }
 
     void AwaitWork(const Preparation& prepared) {

@@ -33,7 +33,7 @@ class HandOverStressTest : public ::testing::Test {
 protected:
     HandOverStressTest() { closingDown = false; }
 
-    static constexpr int HandOvers = 100000;
+    static constexpr int HandOvers = Rounds(100000);
 
     Figures figures;
     Random random;

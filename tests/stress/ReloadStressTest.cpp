@@ -103,7 +103,7 @@ protected:
 };
 
 TEST_F(ReloadStressTest, AReloadAtAnyMomentEndsTheOldJobsAndStartsAllOfTheNew) {
-    constexpr int rounds = 1500;
+    constexpr int rounds = Rounds(1500);
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         limit.Begin();
         Reload();

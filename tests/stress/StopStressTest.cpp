@@ -90,7 +90,7 @@ protected:
 };
 
 TEST_F(StopStressTest, AWorkerThatIsStoppedAtAnyMomentEndsAndSettlesEveryJobOnce) {
-    constexpr int rounds = 3000;
+    constexpr int rounds = Rounds(3000);
     constexpr std::uint32_t mostJobs = 100;
     int late = 0;
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
@@ -129,7 +129,7 @@ TEST_F(StopStressTest, AWorkerThatIsStoppedAtAnyMomentEndsAndSettlesEveryJobOnce
 }
 
 TEST_F(StopStressTest, APoolThatIsDestroyedAtAnyMomentSettlesEveryJobOnce) {
-    constexpr int rounds = 1500;
+    constexpr int rounds = Rounds(1500);
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         limit.Begin();
         const std::uint32_t workers = 1 + random.UpTo(5);

@@ -231,7 +231,7 @@ protected:
 };
 
 TEST_F(TeardownStressTest, TidyingEndsWheneverItComesAndTheNextPoolWorks) {
-    constexpr int rounds = 1000;
+    constexpr int rounds = Rounds(1000);
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         limit.Begin();
         StartJobs();
@@ -251,7 +251,7 @@ TEST_F(TeardownStressTest, TidyingEndsWheneverItComesAndTheNextPoolWorks) {
 }
 
 TEST_F(TeardownStressTest, TidyingEndsWhileOthersQueueJobs) {
-    constexpr int rounds = 300;
+    constexpr int rounds = Rounds(300);
     {
         const Intruder intruder;
         for (int round = 0; round < rounds && !HasFailure(); ++round) {
@@ -271,7 +271,7 @@ TEST_F(TeardownStressTest, TidyingEndsWhileOthersQueueJobs) {
 }
 
 TEST_F(TeardownStressTest, AShutdownAtAnyMomentWaitsForNobodyAndHarmsNobody) {
-    constexpr int rounds = 600;
+    constexpr int rounds = Rounds(600);
     std::size_t leftBehind = 0;
     {
         const Intruder intruder;

@@ -76,7 +76,8 @@ std::vector<std::string> EnvironmentWith(const StartOptions& options) {
         }
     }
     for (const auto& [name, value] : options.environment) {
-        values[name] = value;
+        std::string& old = values[name];
+        old = name == "LD_PRELOAD" && !old.empty() ? value + ":" + old : value;
     }
     std::vector<std::string> texts;
     for (const auto& [name, value] : values) {

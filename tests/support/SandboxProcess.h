@@ -23,7 +23,7 @@ struct StartOptions {
     std::vector<int> ignoredSignals;
     std::vector<int> blockedSignals;
     std::vector<std::pair<std::string, std::string>>
-        environment;               // added to the test's, or instead
+        environment;               // added to the test's, or instead; LD_PRELOAD before it
     std::string workingDirectory;  // a path inside; the root directory when empty
     bool captureError = false;     // keep standard error for ErrorText(), else it is /dev/null
     bool captureOutput = false;    // the same for standard output
