@@ -18,6 +18,7 @@ public:
     /// Makes the object with these arguments.
     template <typename... Arguments>
     explicit ForEver(Arguments... arguments) : object_(new (room_) T(arguments...)) {}
+    ~ForEver() = default;
     ForEver(const ForEver&) = delete;
     ForEver& operator=(const ForEver&) = delete;
 

@@ -17,6 +17,7 @@ template <typename T>
 class SharedSlot {
 public:
     SharedSlot() = default;
+    ~SharedSlot() = default;
     SharedSlot(const SharedSlot&) = delete;
     SharedSlot& operator=(const SharedSlot&) = delete;
 
