@@ -17,6 +17,7 @@ class ForEver {
 public:
     /// Makes the object with these arguments.
     template <typename... Arguments>
+    // cppcheck-suppress noDestructor ; the object stays, in memory that is not from the heap
     explicit ForEver(Arguments... arguments) : object_(new (room_) T(arguments...)) {}
     ~ForEver() = default;
     ForEver(const ForEver&) = delete;
@@ -25,7 +26,8 @@ public:
     T& operator*() const { return *object_; }
 
 private:
-    alignas(T) unsigned char room_[sizeof(T)];
+    // Mutable because the object may change where this is const.
+    alignas(T) mutable unsigned char room_[sizeof(T)] = {};
     T* const object_;
 };
 
