@@ -53,6 +53,7 @@ protected:
         StartTrees({"-w"}, BothTrees);
         ASSERT_FALSE(HasFatalFailure());
         ExpectAllAsInTheBeginning();
+        TellMemory("at the beginning");
     }
 
     void TearDown() override {
@@ -68,18 +69,24 @@ private:
         for (const std::string& of : BothTrees) {
             SCOPED_TRACE(NameOf.at(of));
             const pid_t process = Role(of).outside;
-            EXPECT_TRUE(WaitUntil([&] { return Threads(of) == ThreadsOf.at(of); }, Generous))
-                << Threads(of);
+            EXPECT_TRUE(
+                WaitUntil([&] { return ThreadCount(process) == ThreadsOf.at(of); }, Generous))
+                << ThreadCount(process);
             EXPECT_TRUE(WaitUntil([&] { return HasOnlyTheLogOpen(process); }, Generous))
                 << ::testing::PrintToString(OpenDescriptors(process));
-            const std::string name = "most resident memory of a " + NameOf.at(of) + ", MiB";
-            figures.Largest(name, std::stod("0" + StatusField(process, "VmRSS")) / 1024);
         }
     }
 
-    int Threads(const std::string& of) const { return ThreadCount(Role(of).outside); }
+    /// The most that a process has in any of the lanes.
+    void TellMemory(const std::string& when) {
+        for (const std::string& of : BothTrees) {
+            figures.Largest("resident memory of a " + NameOf.at(of) + " " + when + ", MiB",
+                            ResidentKiB(Role(of).outside) / 1024);
+        }
+    }
 
     void EndTrees() {
+        TellMemory("at the end");
         StopTrees();
         EXPECT_TRUE(WaitForExitsOf(BothTrees));
         const std::vector<std::string> lines = Lines();
@@ -100,7 +107,8 @@ TEST(HeartbeatStormTest, EndsWithAllProcessesInTheirPlaces) {
     // A healthy tree that a sanitizer and its neighbours starve for ten seconds looks like a dead
     // one.
     const int lanes = RunsUnderSanitizer() ? 2 : 4;
-    RunLanes<HeartbeatStorm>(lanes, [](HeartbeatStorm& trees, Dice& dice) { trees.Round(dice); });
+    RunLanes<HeartbeatStorm>(
+        lanes, [](HeartbeatStorm& trees, Dice& dice, int /*number*/) { trees.Round(dice); });
     figures.Print();
     EXPECT_GT(figures.CountOf("rounds"), 0);
 }

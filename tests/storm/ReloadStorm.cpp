@@ -90,7 +90,7 @@ protected:
 
     void PutWithoutJobs() {
         Put("<kennly/>");
-        ASSERT_TRUE(WaitForThreadsOf(0)) << Threads();
+        ASSERT_TRUE(WaitForThreadsOf(0, Patience)) << Threads();
         inForce.reset();
     }
 
@@ -154,7 +154,7 @@ protected:
     void ExpectInForce(const Version& version) {
         ASSERT_NO_FATAL_FAILURE(ExpectTraces(version, version.checks));
         firstChecksSeen = Clock::now();
-        ASSERT_TRUE(WaitForThreadsOf(version.jobs)) << Threads();
+        ASSERT_TRUE(WaitForThreadsOf(version.jobs, Patience)) << Threads();
         EXPECT_THAT(traces->LateBut(version), IsEmpty());
         EXPECT_FALSE(sandbox->FileExists(UnexpectedTrace)) << "a remedy of a healthy job has run";
         figures.Count("good versions taken up");
@@ -178,10 +178,6 @@ protected:
 
     // ---- the daemon
 
-    int Threads() const { return ThreadCount(daemon->Pid()); }
-    bool WaitForThreadsOf(int jobs) const {
-        return WaitUntil([&] { return Threads() == 3 * jobs + 1; }, Patience);
-    }
     std::string ParseError() const { return Error("Configuration file parse error"); }
     std::size_t ParseErrors() const { return ArrivalsOf(ParseError()).size(); }
 
@@ -193,9 +189,6 @@ protected:
         return start;
     }
 
-    /// Its resident memory in KiB.
-    long Memory() const { return std::stol(StatusField(daemon->Pid(), "VmRSS")); }
-
     void ExpectOnlyTheLogOpen() const {
         EXPECT_TRUE(WaitUntil([&] { return HasOnlyTheLogOpen(daemon->Pid()); }, Patience))
             << ::testing::PrintToString(OpenDescriptors(daemon->Pid()));
@@ -204,7 +197,7 @@ protected:
     void Tell(const std::string& when) {
         figures.Tell("descriptors " + when, std::to_string(OpenDescriptors(daemon->Pid()).size()));
         figures.Tell("threads " + when, std::to_string(Threads()));
-        figures.Tell("resident memory " + when, std::to_string(Memory()) + " KiB");
+        figures.Tell("resident memory " + when, StatusField(daemon->Pid(), "VmRSS"));
     }
 
     void ExpectOnlyLinesOfLoads() const {
@@ -237,7 +230,7 @@ TEST_F(ReloadStorm, LeavesTheGoodVersionsInForceAndTheDaemonAsItWas) {
     ASSERT_NO_FATAL_FAILURE(ExpectInForce(first));
     ASSERT_NO_FATAL_FAILURE(PutGood(FullJobs));
     ExpectOnlyTheLogOpen();
-    const long memory = Memory();
+    const double memory = ResidentKiB(daemon->Pid());
     Tell("at the beginning");
 
     while (StormGoesOn()) {
@@ -251,7 +244,7 @@ TEST_F(ReloadStorm, LeavesTheGoodVersionsInForceAndTheDaemonAsItWas) {
     ExpectOnlyTheLogOpen();
     Tell("at the end");
     if (!RunsUnderSanitizer()) {  // what is freed stays with a sanitizer for a while
-        EXPECT_LE(Memory(), memory + memory / 10 + 2048);
+        EXPECT_LE(ResidentKiB(daemon->Pid()), 1.1 * memory + 2048);
     }
     ASSERT_NO_FATAL_FAILURE(StopDaemon(Generous));
     figures.Tell("exit status", "0");

@@ -160,14 +160,13 @@ private:
     }
 
     void Measure(const JobsOfOneStart& jobs, Figures& figures) const {
-        const int threads = ThreadCount(daemon->Pid());
+        const int threads = Threads();
         EXPECT_EQ(threads, 3 * jobs.count + 1);
         EXPECT_TRUE(WaitUntil([this] { return HasOnlyTheLogOpen(daemon->Pid()); }, Limit))
             << ::testing::PrintToString(OpenDescriptors(daemon->Pid()));
         figures.Largest("most threads", threads);
         figures.Largest("most descriptors", Number(OpenDescriptors(daemon->Pid()).size()));
-        figures.Largest("most resident memory, MiB",
-                        std::stod("0" + StatusField(daemon->Pid(), "VmRSS")) / 1024);
+        figures.Largest("most resident memory, MiB", ResidentKiB(daemon->Pid()) / 1024);
         for (const std::string& command : jobs.commands) {
             figures.Largest("slowest first check that is a command, seconds",
                             SecondsBetween(NanosecondsAtStart(), TimeOf(TracePath(command))));
@@ -201,8 +200,9 @@ TEST(StartStormTest, RunsTheFirstCheckOfEveryJob) {
     Figures figures;
     figures.Tell("lanes", std::to_string(lanes));
 
-    RunLanes<StartStorm>(lanes,
-                         [&](StartStorm& lane, Dice& dice) { lane.Round(dice, meeting, figures); });
+    RunLanes<StartStorm>(lanes, [&](StartStorm& lane, Dice& dice, int /*number*/) {
+        lane.Round(dice, meeting, figures);
+    });
 
     leftovers.ExpectNone(figures);
     figures.Tell("exits with status 0", std::to_string(figures.CountOf("exits with status 0")) +

@@ -54,17 +54,17 @@ private:
 };
 
 /// Has `round` called again and again in as many threads at once while the storm goes on, each with
-/// a sandbox of its own and its own random choices.
+/// a sandbox of its own and its own random choices; it is given the lane's number, from 0 on, too.
 ///
 /// `Lane` is a fixture of system tests. Its sandbox is made before the first round; a round may
 /// give it another one by calling SetUp() again.
 template <class Lane>
-void RunLanes(int count, const std::function<void(Lane&, Dice&)>& round) {
+void RunLanes(int count, const std::function<void(Lane&, Dice&, int)>& round) {
     RunInLanes<Lane>(count, [&round](Lane& lane, int number) {
         SCOPED_TRACE("seed " + std::to_string(Options().seed) + ", lane " + std::to_string(number));
         Dice dice(Options().seed, static_cast<std::uint32_t>(number));
         while (StormGoesOn()) {
-            round(lane, dice);
+            round(lane, dice, number);
         }
     });
 }

@@ -45,6 +45,11 @@ inline std::string StatusField(pid_t process, const std::string& field) {
     return FieldOf(process, "status", field);
 }
 
+/// The memory that it takes up, in KiB; 0 when it is gone.
+inline double ResidentKiB(pid_t process) {
+    return std::atof(StatusField(process, "VmRSS").c_str());
+}
+
 /// Its number as it sees it itself.
 inline std::string NumberInside(pid_t process) {
     const std::string numbers = StatusField(process, "NSpid");

@@ -56,7 +56,7 @@ TEST_F(BrokenFileTest, KeepsTheThreadsOfTheJobsInTheirCycleWhileTheFileIsBroken)
     ASSERT_TRUE(WaitForLine(Error("Configuration file parse error"), 2));
     const long sleeps = SleepsOfWorkers();
     EXPECT_TRUE(WaitUntil([&] { return SleepsOfWorkers() >= sleeps + 10; }, Generous));
-    EXPECT_EQ(ThreadCount(daemon->Pid()), 4);
+    EXPECT_EQ(Threads(), 4);
     StopDaemon();
 }
 

@@ -226,6 +226,13 @@ protected:
         EXPECT_TRUE(WaitForLine(Exit(0)));
     }
 
+    int Threads() const { return ThreadCount(daemon->Pid()); }
+
+    /// Waits until the daemon has exactly the threads of so many jobs.
+    bool WaitForThreadsOf(int jobs, std::chrono::seconds limit = Generous) const {
+        return WaitUntil([&] { return Threads() == 3 * jobs + 1; }, limit);
+    }
+
     /// Waits until no command runs and none is about to be forgotten: while one runs, its starter
     /// ignores SIGINT and SIGQUIT.
     bool WaitUntilNoCommandRuns() const {

@@ -31,17 +31,14 @@ TEST_F(RebuildTest, StartsEveryJobAnewWhenOnlyTheTimeHasChanged) {
 TEST_F(RebuildTest, AdaptsItsThreadsToTheNumberOfJobs) {
     Configure(Configuration(JobThatTraces("first")));
     StartDaemon();
-    const auto hasThreads = [this](int count) {
-        return WaitUntil([&] { return ThreadCount(daemon->Pid()) == count; }, Generous);
-    };
-    EXPECT_TRUE(hasThreads(4));
+    EXPECT_TRUE(WaitForThreadsOf(1));
 
     Configure(Configuration(JobThatTraces("first") + JobThatTraces("second") +
                             JobThatTraces("third") + Marker("off")));
-    EXPECT_TRUE(hasThreads(10));
+    EXPECT_TRUE(WaitForThreadsOf(3));
 
     Configure(Configuration(Marker("none")));
-    EXPECT_TRUE(hasThreads(1));
+    EXPECT_TRUE(WaitForThreadsOf(0));
     EXPECT_TRUE(WaitForLine(Loaded("none")));
     StopDaemon();
 }

@@ -94,10 +94,6 @@ protected:
         return WaitUntil([&] { return NamesIn(file).size() == static_cast<std::size_t>(count); },
                          Limit);
     }
-
-    bool WaitForThreads(int count) const {
-        return WaitUntil([&] { return ThreadCount(daemon->Pid()) == count; }, Limit);
-    }
 };
 
 /// The program where some thirty threads find room.
@@ -122,14 +118,14 @@ protected:
     }
 
     void ExpectNoJobRuns() {
-        EXPECT_TRUE(WaitForThreads(1));
+        EXPECT_TRUE(WaitForThreadsOf(0, Limit));
         EXPECT_TRUE(WaitForHeartbeat(TimeOf(ChildHeartbeat)));
         EXPECT_TRUE(WaitForHeartbeat(TimeOf(ChildHeartbeat)));
     }
 
     void ExpectFewJobsRun(const std::string& trace) {
         EXPECT_TRUE(WaitForTraces(trace, 2));
-        EXPECT_TRUE(WaitForThreads(4));
+        EXPECT_TRUE(WaitForThreadsOf(1, Limit));
     }
 };
 
@@ -211,7 +207,7 @@ protected:
 
     // The bounds are far off: what breaks them is a defect.
     void MeasureAndPrint() const {
-        const double resident = std::stod(StatusField(daemon->Pid(), "VmRSS"));
+        const double resident = ResidentKiB(daemon->Pid());
         const double reserved = std::stod(StatusField(daemon->Pid(), "VmSize"));
         const double share = ShareOfACore(std::chrono::seconds(10));
         std::cout << std::fixed << std::setprecision(1) << "    " << Count()
@@ -236,7 +232,7 @@ TEST_P(ManyJobsTest, RunTheirChecksAreReplacedAndEnd) {
     const std::string second = PathOf("second");
     Configure(Configuration(FileJobs() + Jobs(GetParam().commands, first)));
     StartDaemon();
-    ASSERT_TRUE(WaitForThreads(3 * Count() + 1));
+    ASSERT_TRUE(WaitForThreadsOf(Count(), Limit));
     ASSERT_TRUE(WaitForNames(GetParam().commands, first));
     ASSERT_TRUE(WaitUntilIdle());
     if (!RunsUnderSanitizer()) {
@@ -246,7 +242,7 @@ TEST_P(ManyJobsTest, RunTheirChecksAreReplacedAndEnd) {
     Configure(Configuration(Jobs(GetParam().afterwards, second)));
 
     ASSERT_TRUE(WaitForNames(GetParam().afterwards, second));
-    ASSERT_TRUE(WaitForThreads(3 * GetParam().afterwards + 1));
+    ASSERT_TRUE(WaitForThreadsOf(GetParam().afterwards, Limit));
     EXPECT_EQ(Records(), static_cast<std::size_t>(GetParam().files));
     ASSERT_TRUE(daemon->Signal(SIGTERM));
     EXPECT_EQ(EndOfDaemon(), std::optional<int>(0));

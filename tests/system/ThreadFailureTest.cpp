@@ -25,10 +25,6 @@ public:
         StartDaemon({"-f"}, start);
     }
 
-    bool WaitForThreads(int count) const {
-        return WaitUntil([&] { return ThreadCount(daemon->Pid()) == count; }, Generous);
-    }
-
     bool WaitForBeats(int count) const {
         while (count > 0 && WaitForHeartbeat(TimeOf(ChildHeartbeat))) {
             --count;
@@ -40,13 +36,13 @@ public:
     void ExpectFailureAndRecovery(const std::string& failed) {
         const std::string line = Error("Error creating Thread Pool");
         ASSERT_TRUE(WaitForLine(line));
-        EXPECT_TRUE(WaitForThreads(1));
+        EXPECT_TRUE(WaitForThreadsOf(0));
         EXPECT_TRUE(WaitForBeats(3));
         EXPECT_TRUE(NoneOfThree(failed));
 
         ExpectRecovery();
 
-        EXPECT_TRUE(WaitForThreads(10));
+        EXPECT_TRUE(WaitForThreadsOf(3));
         StopDaemon();
         EXPECT_THAT(Lines(), ElementsAre(line, Exit(0)));
     }
