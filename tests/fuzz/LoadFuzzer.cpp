@@ -21,6 +21,7 @@
 #include "config/XmlOutline.h"
 #include "fuzz/LoaderLines.h"
 #include "main/ProcessState.h"
+#include "support/ParsedOutline.h"
 #include "watch/DogCheckCommandWatch.h"
 
 namespace kennly::test {
@@ -60,7 +61,7 @@ private:
 // One load: what it returned, logged and left behind.
 struct LoadResult {
     bool loaded = false;
-    std::vector<LoaderLine> lines;
+    std::vector<RecordedLine> lines;
     std::vector<std::string> jobs;  // each with all that its elements said
     std::int32_t limit = 0;
 };
@@ -130,7 +131,7 @@ LoadResult LoadOnce(DogConfig& config) {
 }
 
 void ExpectDocumentedLines(const LoadResult& result) {
-    for (const LoaderLine& line : result.lines) {
+    for (const RecordedLine& line : result.lines) {
         if (!MayBeLogged(line)) {
             Found("a line that is not documented: " + line.text);
         }
@@ -154,34 +155,6 @@ std::int32_t ExpectedLimit(const TiXmlElement& root) {
     return static_cast<std::int32_t>(
         std::min<long long>(std::max<long long>(number, std::numeric_limits<std::int32_t>::min()),
                             std::numeric_limits<std::int32_t>::max()));
-}
-
-// How deep the elements below `node` nest, and the most attributes of one of them.
-XmlOutline OutlineOf(const TiXmlNode& node) {
-    XmlOutline outline;
-    for (const TiXmlElement* child = node.FirstChildElement(); child != nullptr;
-         child = child->NextSiblingElement()) {
-        std::size_t attributes = 0;
-        for (const TiXmlAttribute* attribute = child->FirstAttribute(); attribute != nullptr;
-             attribute = attribute->Next()) {
-            ++attributes;
-        }
-        const XmlOutline below = OutlineOf(*child);
-        outline.depth = std::max(outline.depth, 1 + below.depth);
-        outline.attributes = std::max({outline.attributes, attributes, below.attributes});
-    }
-    return outline;
-}
-
-// As the look at a file has it, and the parser: with normalised line ends.
-std::string AsRead(const std::string& text) {
-    std::string read;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text.compare(i, 2, "\r\n") != 0) {
-            read += text[i];
-        }
-    }
-    return read;
 }
 
 // The look at a file before it is parsed must not miss anything that the parser will see.

@@ -1,16 +1,12 @@
 #include "fuzz/LoaderLines.h"
 
 #include <syslog.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
-#include <utility>
-
-#include "main/Log.h"
+#include <string>
 
 namespace kennly::test {
 
@@ -60,57 +56,51 @@ constexpr const char* Reasons[] = {
     "Error parsing CDATA.",
 };
 
-std::vector<LoaderLine>& Lines() {
-    static std::vector<LoaderLine>& lines = *new std::vector<LoaderLine>;
-    return lines;
-}
-
 bool BeginsWith(const std::string& text, const std::string& begin) {
     return text.compare(0, begin.size(), begin) == 0;
 }
 
-bool Matches(const LoaderLine& line, const Pattern& pattern) {
+bool Matches(const RecordedLine& line, const Pattern& pattern) {
     const std::string begin = pattern.begin;
     return line.priority == pattern.priority && BeginsWith(line.text, begin) &&
            line.text.find(pattern.middle, begin.size()) != std::string::npos;
 }
 
-bool IsFailure(const LoaderLine& line) {
+bool IsFailure(const RecordedLine& line) {
     return line.priority == LOG_ERR && BeginsWith(line.text, Failure) &&
            std::find(std::begin(Reasons), std::end(Reasons),
                      line.text.substr(std::string(Failure).size())) != std::end(Reasons);
 }
 
-void Record(int priority, const char* format, va_list arguments) {
-    char* written = nullptr;
-    const int length = vasprintf(&written, format, arguments);
-    const std::string whole = length >= 0 ? written : "";
-    std::free(written);
-    const std::string begin = std::to_string(getpid()) + ":" + roleTag + ": ";
-    if (!BeginsWith(whole, begin) || whole.back() != '\n') {
-        Found("a line of another form: " + whole);
+RecordedLine WithoutFrame(const RecordedLine& line) {
+    const std::string begin = Error("").text;  // of every line; its own end is in there
+    const std::size_t size = begin.size() - 1;
+    if (line.text.size() <= size || line.text.compare(0, size, begin, 0, size) != 0 ||
+        line.text.back() != '\n') {
+        Found("a line of another form: " + line.text);
     }
-    Lines().push_back({priority, whole.substr(begin.size(), whole.size() - begin.size() - 1)});
+    return {line.priority, line.text.substr(size, line.text.size() - size - 1)};
 }
 
 }  // namespace
 
-bool operator==(const LoaderLine& a, const LoaderLine& b) {
-    return a.priority == b.priority && a.text == b.text;
+std::vector<RecordedLine> TakeLines() {
+    std::vector<RecordedLine> lines;
+    for (const RecordedLine& line : RecordedLines()) {
+        lines.push_back(WithoutFrame(line));
+    }
+    ForgetLog();
+    return lines;
 }
 
-std::vector<LoaderLine> TakeLines() {
-    return std::exchange(Lines(), {});
-}
-
-bool MayBeLogged(const LoaderLine& line) {
+bool MayBeLogged(const RecordedLine& line) {
     return std::any_of(std::begin(WithSubject), std::end(WithSubject),
                        [&](const Pattern& pattern) { return Matches(line, pattern); }) ||
            (line.priority == LOG_ERR && line.text == "job name missing") || IsFailure(line) ||
            TellsOfAnException(line);
 }
 
-bool TellsOfAnException(const LoaderLine& line) {
+bool TellsOfAnException(const RecordedLine& line) {
     return line.priority == LOG_ERR && line.text == Exception;
 }
 
@@ -120,23 +110,3 @@ void Found(const std::string& what) {
 }
 
 }  // namespace kennly::test
-
-extern "C" {
-
-void __wrap_syslog(int priority, const char* format, ...);
-void __wrap___syslog_chk(int priority, int flag, const char* format, ...);
-
-void __wrap_syslog(int priority, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    kennly::test::Record(priority, format, arguments);
-    va_end(arguments);
-}
-
-void __wrap___syslog_chk(int priority, int /*flag*/, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    kennly::test::Record(priority, format, arguments);
-    va_end(arguments);
-}
-}

@@ -5,6 +5,8 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 
@@ -33,8 +35,10 @@ RecordedLine Line(int priority, const std::string& text) {
 }
 
 void Record(int priority, const char* format, va_list arguments) {
-    char text[4096];
-    const int length = std::vsnprintf(text, sizeof(text), format, arguments);
+    char* written = nullptr;
+    const int length = vasprintf(&written, format, arguments);
+    const std::unique_ptr<char, decltype(&std::free)> text(length >= 0 ? written : nullptr,
+                                                           &std::free);
     Recording& recording = TheRecording();
     const std::lock_guard lock(recording.mutex);
     for (unsigned left = recording.waitSeconds; left > 0; --left) {
@@ -43,11 +47,7 @@ void Record(int priority, const char* format, va_list arguments) {
     if (recording.throws) {
         throw std::runtime_error("the log has failed");
     }
-    if (length < 0 || static_cast<std::size_t>(length) >= sizeof(text)) {
-        recording.lines.push_back({priority, "(a line too long to be recorded)"});
-        return;
-    }
-    recording.lines.push_back({priority, text});
+    recording.lines.push_back({priority, text ? text.get() : "(a line that nothing holds)"});
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "config/FileInspection.h"
+#include "support/ParsedOutline.h"
 #include "support/TemporaryDirectory.h"
 
 namespace kennly::test {
@@ -48,26 +49,6 @@ std::string Printable(const std::string& text) {
     return printable;
 }
 
-// The text with its line ends as TinyXML has them in memory once it has read them from a file.
-std::string AsRead(const std::string& text) {
-    std::string read;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '\r' || i + 1 == text.size() || text[i + 1] != '\n') {
-            read += text[i];
-        }
-    }
-    return read;
-}
-
-std::size_t TreeDepth(const TiXmlNode& node) {
-    std::size_t depth = 0;
-    for (const TiXmlElement* child = node.FirstChildElement(); child != nullptr;
-         child = child->NextSiblingElement()) {
-        depth = std::max(depth, 1 + TreeDepth(*child));
-    }
-    return depth;
-}
-
 // A text whose first NUL is the last byte that may be read: a parser that steps over it dies.
 class GuardedText {
 public:
@@ -95,25 +76,6 @@ private:
     std::size_t size_ = 0;
     char* begin_ = nullptr;
 };
-
-std::size_t CountAttributes(const TiXmlElement& element) {
-    std::size_t count = 0;
-    for (const TiXmlAttribute* attribute = element.FirstAttribute(); attribute != nullptr;
-         attribute = attribute->Next()) {
-        ++count;
-    }
-    return count;
-}
-
-// The most attributes of one of the elements below `node`.
-std::size_t MostAttributes(const TiXmlNode& node) {
-    std::size_t most = 0;
-    for (const TiXmlElement* child = node.FirstChildElement(); child != nullptr;
-         child = child->NextSiblingElement()) {
-        most = std::max({most, CountAttributes(*child), MostAttributes(*child)});
-    }
-    return most;
-}
 
 struct OutlineRow {
     const char* what;
@@ -186,17 +148,22 @@ std::ostream& operator<<(std::ostream& out, const Verdict& verdict) {
                << " and " << verdict.attributes << " attributes";
 }
 
+Verdict VerdictOf(const TiXmlDocument& document, bool accepted) {
+    const XmlOutline outline = OutlineOf(document);
+    return {accepted, outline.depth, outline.attributes};
+}
+
 Verdict VerdictOnMemory(const std::string& text) {
     const GuardedText guarded(text);
     TiXmlDocument document;
     document.Parse(guarded.Begin());
-    return {!document.Error(), TreeDepth(document), MostAttributes(document)};
+    return VerdictOf(document, !document.Error());
 }
 
 Verdict VerdictOnFile(const std::string& path) {
     TiXmlDocument document(path.c_str());
     const bool accepted = document.LoadFile();
-    return {accepted, TreeDepth(document), MostAttributes(document)};
+    return VerdictOf(document, accepted);
 }
 
 void ExpectDepthOfAccepted(const std::vector<OutlineRow>& rows) {
