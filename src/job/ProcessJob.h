@@ -20,9 +20,9 @@ inline constexpr unsigned ThrottlePauseSeconds = 15;
 /// none.
 ///
 /// Returns at once when there is no such job, or one that has no workers yet and is about to be
-/// started anew. Works from copies of the job's values, so a load may
-/// replace the job meanwhile. Logs "Exception in ProcessJob for job:" and returns when anything
-/// throws. Never throws. Called on the job's first worker.
+/// started anew. Works from copies of the job's values, so a load may replace the job meanwhile.
+/// Logs "Exception in ProcessJob for job:" and returns when anything throws. Never throws. Called
+/// on the job's first worker.
 void ProcessJob(const std::string& name);
 
 }  // namespace kennly

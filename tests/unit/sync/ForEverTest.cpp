@@ -35,8 +35,9 @@ TEST(ForEverTest, MakesItsObjectOnceAndNeverDestroysIt) {
 
 TEST(ForEverTest, TakesNoMemoryFromTheHeap) {
     const FailingAllocation failing(0);
-    const ForEver<Counted> object;
+    const ForEver<int> object(5);
     EXPECT_FALSE(failing.HasFailed());
+    EXPECT_EQ(*object, 5);
 }
 
 }  // namespace kennly::test
