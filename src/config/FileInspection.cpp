@@ -13,6 +13,10 @@ namespace kennly {
 
 namespace {
 
+// As TinyXML says of such a file, and would say itself if it were asked. It is not: what could not
+// be looked at could still be there for the parser a moment later, and do it any harm.
+constexpr const char* Unreadable = "Failed to open file";
+
 // Returns false when the file cannot be read to its end.
 bool ReadToEnd(int descriptor, std::string& content) {
     constexpr std::size_t chunk = 65536;
@@ -49,14 +53,14 @@ std::string InspectConfigFile(const char* path) {
     const Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
     if (!file.IsOpen() || fstat(file.Number(), &status) != 0) {
-        return {};
+        return Unreadable;
     }
     if (!S_ISREG(status.st_mode)) {
         return "not a regular file";
     }
     std::string content;
     if (!ReadToEnd(file.Number(), content)) {
-        return {};
+        return Unreadable;
     }
     NormaliseLineEnds(content);
     const XmlOutline outline = OutlineXml(content, MaxNesting + 1);

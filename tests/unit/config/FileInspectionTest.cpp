@@ -67,6 +67,7 @@ const std::string TooDeep = "elements nested too deep";
 const std::string TooManyAttributes = "too many attributes in one element";
 const std::string CutCharacter = "file ends inside a character";
 const std::string NotRegular = "not a regular file";
+const std::string Unreadable = "Failed to open file";
 const std::string NoProblem;
 
 std::string Nested(std::size_t levels) {
@@ -128,13 +129,13 @@ TEST_F(FileInspectionTest, LeavesOtherFaultsToTinyXml) {
     }
 }
 
-TEST_F(FileInspectionTest, LeavesAMissingFileToTinyXml) {
-    EXPECT_EQ(InspectConfigFile(directory.Path("missing").c_str()), NoProblem);
-    EXPECT_EQ(InspectConfigFile(""), NoProblem);
-    EXPECT_EQ(InspectConfigFile((directory.Write("file", "") + "/below").c_str()), NoProblem);
+TEST_F(FileInspectionTest, RefusesAMissingFile) {
+    EXPECT_EQ(InspectConfigFile(directory.Path("missing").c_str()), Unreadable);
+    EXPECT_EQ(InspectConfigFile(""), Unreadable);
+    EXPECT_EQ(InspectConfigFile((directory.Write("file", "") + "/below").c_str()), Unreadable);
 }
 
-TEST_F(FileInspectionTest, LeavesAnUnreadableFileToTinyXml) {
+TEST_F(FileInspectionTest, RefusesAFileThatItMayNotRead) {
     const std::string path = directory.Write("file", Nested(501));
     ASSERT_EQ(chmod(path.c_str(), 0), 0);
     std::optional<WithoutPrivileges> privileges(std::in_place);
@@ -142,12 +143,12 @@ TEST_F(FileInspectionTest, LeavesAnUnreadableFileToTinyXml) {
     const std::string problem = InspectConfigFile(path.c_str());
 
     privileges.reset();
-    EXPECT_EQ(problem, NoProblem);
+    EXPECT_EQ(problem, Unreadable);
 }
 
-TEST_F(FileInspectionTest, LeavesAFileThatFailsToBeReadToTinyXml) {
+TEST_F(FileInspectionTest, RefusesAFileThatFailsToBeRead) {
     // A regular file by its kind, but the first page of a process is never mapped.
-    EXPECT_EQ(InspectConfigFile("/proc/self/mem"), NoProblem);
+    EXPECT_EQ(InspectConfigFile("/proc/self/mem"), Unreadable);
 }
 
 TEST_F(FileInspectionTest, RefusesWhatIsNoRegularFile) {
@@ -161,7 +162,7 @@ TEST_F(FileInspectionTest, RefusesWhatIsNoRegularFile) {
     }
 }
 
-TEST_F(FileInspectionTest, LeavesASocketWhichNobodyCanOpenToTinyXml) {
+TEST_F(FileInspectionTest, RefusesASocketWhichNobodyCanOpen) {
     const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
@@ -170,7 +171,7 @@ TEST_F(FileInspectionTest, LeavesASocketWhichNobodyCanOpenToTinyXml) {
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     ASSERT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
 
-    EXPECT_EQ(InspectConfigFile(path.c_str()), NoProblem);
+    EXPECT_EQ(InspectConfigFile(path.c_str()), Unreadable);
 
     close(descriptor);
 }
@@ -245,11 +246,11 @@ TEST_F(FileInspectionTest, GoesOnReadingWhenASignalInterruptsIt) {
     EXPECT_EQ(reading.calls, 8);
 }
 
-TEST_F(FileInspectionTest, JudgesNoPartOfAFileThatFailsToBeReadToItsEnd) {
+TEST_F(FileInspectionTest, RefusesAFileThatFailsToBeReadToItsEnd) {
     ReadInPiecesOf(3000);
     reading.callsToFailure = 1;
 
-    EXPECT_EQ(Inspect(Nested(501)), NoProblem);
+    EXPECT_EQ(Inspect("<a/>" + std::string(5000, ' ')), Unreadable);
 
     EXPECT_EQ(reading.calls, 2);
 }
