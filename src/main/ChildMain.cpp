@@ -148,8 +148,7 @@ void child_main() {
     try {
         CreateTheConfig();
     } catch (...) {
-        LogError("exception while new-ing DogConfig!");
-        LogExit(1);
+        LogErrorAndExit(1, "exception while new-ing DogConfig!");
     }
     RunLoop();
     ShutDown();

@@ -58,8 +58,7 @@ void CloseStandardDescriptors() {
 
 [[noreturn]] void RunAsParent(int argumentCount, char** arguments) {
     if (!ArgumentsFit(argumentCount)) {
-        LogError("too many arguments");
-        LogExit(1);
+        LogErrorAndExit(1, "too many arguments");
     }
     DetachFromStarter();
     WriteParentHeartbeat();

@@ -30,7 +30,7 @@ void WriteLine(int priority, int textCount, const char* a, const char* b = "", c
     }
 }
 
-constexpr unsigned LongestExitLineSeconds = 5;
+constexpr unsigned LongestLastLineSeconds = 5;
 volatile std::sig_atomic_t statusWithoutLine = 0;
 
 void ExitWithoutLine(int /*signal*/) {
@@ -38,7 +38,7 @@ void ExitWithoutLine(int /*signal*/) {
 }
 
 // A log that takes no lines blocks whoever writes one, and with it all others who do.
-void LimitExitLine(std::int32_t status) {
+void LimitLastLine(std::int32_t status) {
     statusWithoutLine = status;
     struct sigaction action = {};
     action.sa_handler = ExitWithoutLine;
@@ -47,7 +47,7 @@ void LimitExitLine(std::int32_t status) {
     sigemptyset(&alarmed);
     sigaddset(&alarmed, SIGALRM);
     pthread_sigmask(SIG_UNBLOCK, &alarmed, nullptr);
-    alarm(LongestExitLineSeconds);
+    alarm(LongestLastLineSeconds);
 }
 
 }  // namespace
@@ -89,7 +89,7 @@ void LogDebug(const char* a, const char* b, const char* c, const char* d) noexce
 }
 
 void LogExit(std::int32_t status) {
-    LimitExitLine(status);
+    LimitLastLine(status);
     try {
         syslog(LOG_DEBUG, "%d:%s exit(%d)", static_cast<int>(getpid()), roleTag,
                static_cast<int>(status));
@@ -98,6 +98,12 @@ void LogExit(std::int32_t status) {
     closelog();
     alarm(0);
     std::exit(status);
+}
+
+void LogErrorAndExit(std::int32_t status, const char* text) {
+    LimitLastLine(status);
+    LogError(text);
+    LogExit(status);
 }
 
 }  // namespace kennly

@@ -41,4 +41,9 @@ void LogDebug(const char* a, const char* b, const char* c, const char* d) noexce
 /// Deliberate: this one line has neither a colon after the role nor a newline.
 [[noreturn]] void LogExit(std::int32_t status);
 
+/// LogError, then LogExit, for a process that cannot go on. Main thread only.
+///
+/// A log that has not taken the first line within five seconds does not hold up the end either.
+[[noreturn]] void LogErrorAndExit(std::int32_t status, const char* text);
+
 }  // namespace kennly

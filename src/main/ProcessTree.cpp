@@ -60,8 +60,7 @@ bool ArgumentsFit(int argumentCount) {
 void DetachFromStarter() {
     const pid_t parent = fork();
     if (parent < 0) {
-        LogError("main - cannot fork");
-        LogExit(1);
+        LogErrorAndExit(1, "main - cannot fork");
     }
     if (parent > 0) {
         HandOnTermination(parent);
@@ -73,13 +72,11 @@ void DetachFromStarter() {
 void create_watchdogwatcher(int argumentCount, char* const* arguments) {
     const pid_t watcher = fork();
     if (watcher < 0) {
-        LogError("create_watchdogwatcher - cannot fork");
-        LogExit(1);
+        LogErrorAndExit(1, "create_watchdogwatcher - cannot fork");
     }
     if (watcher == 0) {
         ExecuteAgain(argumentCount, arguments, "-W");
-        LogError("create_watchdogwatcher - cannot execv");
-        LogExit(1);
+        LogErrorAndExit(1, "create_watchdogwatcher - cannot execv");
     }
 }
 
@@ -87,14 +84,12 @@ void createchildprocess(int argumentCount, char* const* arguments) {
     const pid_t parent = getpid();
     const pid_t child = fork();
     if (child < 0) {
-        LogError("createchildprocess - cannot fork");
-        LogExit(0);
+        LogErrorAndExit(0, "createchildprocess - cannot fork");
     }
     if (child == 0) {
         EndWithParent(parent);
         ExecuteAgain(argumentCount, arguments, "-Z");
-        LogError("createchildprocess - cannot execv");
-        LogExit(1);
+        LogErrorAndExit(1, "createchildprocess - cannot execv");
     }
     childPid = child;
 }

@@ -210,6 +210,26 @@ TEST_F(LogTest, ExitsWithTheStatusAlthoughTheLogTakesNoLine) {
     EXPECT_TRUE(process.ExitedWith(3));
 }
 
+TEST_F(LogTest, ExitsWithTheStatusAndTheReasonBefore) {
+    const EndedProcess process = RunForked([]() -> int {
+        roleTag = "P ";
+        LogErrorAndExit(1, "100% sure");
+    });
+
+    EXPECT_TRUE(process.ExitedWith(1));
+    EXPECT_THAT(process.lines,
+                ElementsAre(process.Error("P ", "100% sure"), process.Exit("P ", 1)));
+}
+
+TEST_F(LogTest, ExitsWithTheStatusAlthoughTheLogTakesNoReason) {
+    const EndedProcess process = RunForked([]() -> int {
+        MakeSyslogWait(3600);
+        LogErrorAndExit(3, "a");
+    });
+
+    EXPECT_TRUE(process.ExitedWith(3));
+}
+
 TEST_F(LogTest, LeavesTheExitLineSomeSeconds) {
     const EndedProcess process = RunForked([]() -> int {
         roleTag = "C ";
