@@ -60,7 +60,7 @@ ProcessRegistry& Remedies() {
 }
 
 // Gives the process its registries for as long as static objects live; a task that still runs then
-// holds its own.
+// goes on with the one that it has.
 struct Registries {
     Registries() {
         Jobs().Open();
