@@ -1,22 +1,19 @@
 #include "config/XmlOutline.h"
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <tinyxml.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <limits>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "config/FileInspection.h"
+#include "support/GuardedText.h"
 #include "support/ParsedOutline.h"
 #include "support/TemporaryDirectory.h"
 
@@ -48,34 +45,6 @@ std::string Printable(const std::string& text) {
     }
     return printable;
 }
-
-// A text whose first NUL is the last byte that may be read: a parser that steps over it dies.
-class GuardedText {
-public:
-    explicit GuardedText(const std::string& whole) {
-        const std::string text = whole.c_str();
-        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        const std::size_t readable = (text.size() + 1 + page - 1) / page * page;
-        size_ = readable + page;
-        memory_ = static_cast<char*>(
-            mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        if (memory_ == MAP_FAILED || mprotect(memory_ + readable, page, PROT_NONE) != 0) {
-            throw std::runtime_error("no memory for a guarded text");
-        }
-        begin_ = memory_ + readable - text.size() - 1;
-        std::memcpy(begin_, text.c_str(), text.size() + 1);
-    }
-    ~GuardedText() { munmap(memory_, size_); }
-    GuardedText(const GuardedText&) = delete;
-    GuardedText& operator=(const GuardedText&) = delete;
-
-    const char* Begin() const { return begin_; }
-
-private:
-    char* memory_ = nullptr;
-    std::size_t size_ = 0;
-    char* begin_ = nullptr;
-};
 
 struct OutlineRow {
     const char* what;
