@@ -21,6 +21,7 @@
 #include "config/XmlOutline.h"
 #include "fuzz/LoaderLines.h"
 #include "main/ProcessState.h"
+#include "support/GuardedText.h"
 #include "support/ParsedOutline.h"
 #include "watch/DogCheckCommandWatch.h"
 
@@ -169,6 +170,19 @@ void ExpectOutlined(const std::string& text, const TiXmlDocument& document, bool
     }
 }
 
+// The text lies where reading on behind it ends the process. What TinyXML makes of it there is what
+// it has made of the file: none of that came from behind the text.
+void ExpectNothingReadBehind(const std::string& text, const TiXmlDocument& document) {
+    const GuardedText guarded(AsRead(text));
+    TiXmlDocument alone;
+    alone.Parse(guarded.Begin());
+    const XmlOutline expected = OutlineOf(document);
+    const XmlOutline found = OutlineOf(alone);
+    Demand(alone.Error() == document.Error(), "the parser's verdict is on the text alone");
+    Demand(found.depth == expected.depth && found.attributes == expected.attributes,
+           "the parser finds in a file what it finds in the text alone");
+}
+
 void ExpectWhatTheParserSees(const std::string& text, const LoadResult& result) {
     if (!InspectConfigFile(configFile).empty()) {
         Demand(!result.loaded, "what would harm the parser is refused");
@@ -182,6 +196,7 @@ void ExpectWhatTheParserSees(const std::string& text, const LoadResult& result) 
         Demand(result.limit == ExpectedLimit(*root), "the limit is what the root says");
     }
     ExpectOutlined(text, document, accepted);
+    ExpectNothingReadBehind(text, document);
 }
 
 void LoadTwice(const std::string& text) {
