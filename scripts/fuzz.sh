@@ -28,10 +28,11 @@ mkdir -p $corpus $found
 output=$(mktemp)
 trap 'rm -f "$output"' EXIT
 
-# Ten seconds, 2 GB and 4096 bytes are far more than a load of that size needs.
+# The length leaves room for more than the attributes that one element may have. Ten seconds and 2 GB are
+# far more than loads of that size need.
 status=0
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 $build/tests/fuzz/kennly_LoadFuzzer \
-    -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=4096 \
+    -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=16384 \
     -dict=tests/fuzz/kennly.dict -artifact_prefix=$found/ -print_final_stats=1 \
     $corpus tests/fuzz/corpus >"$output" 2>&1 || status=$?
 
