@@ -9,14 +9,7 @@
 #include <thread>
 #include <utility>
 
-// Whether this is built with the thread sanitizer, as either compiler tells it.
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define KENNLY_WITH_THREAD_SANITIZER 1
-#endif
-#elif defined(__SANITIZE_THREAD__)
-#define KENNLY_WITH_THREAD_SANITIZER 1
-#endif
+#include "support/Sanitizers.h"
 
 namespace kennly::test {
 
@@ -24,11 +17,7 @@ namespace kennly::test {
 /// does not need chance: it sees what two threads do without a lock between them, however far
 /// apart.
 constexpr int Rounds(int all) {
-#ifdef KENNLY_WITH_THREAD_SANITIZER
-    return all / 5;
-#else
-    return all;
-#endif
+    return WithThreadSanitizer ? all / 5 : all;
 }
 
 /// The numbers of every run are the same; what differs is only how the machine
