@@ -8,8 +8,8 @@ foreach(name
 endforeach()
 foreach(name
         AllocationFailureTest BothHangTest ClockJumpTest DescriptorShortageTest DescriptorTest
-        FileChangeTest FileFailureTest FileStaleTest FullDiskTest FullLogTest HangTest RecordFailureTest
-        RecoveryTest RestartTreeTest SamplesTest ScaleTest ShellFailureTest SystemLogTest
+        FileChangeTest FileFailureTest FileStaleTest FullDiskTest FullLogTest HangTest MemoryTest
+        RecordFailureTest RecoveryTest RestartTreeTest SamplesTest ScaleTest ShellFailureTest SystemLogTest
         ThreadFailureTest)
     kennly_unit_test(${name} LABEL system TIMEOUT 600)
 endforeach()
@@ -40,7 +40,9 @@ endforeach()
 # Allocations that fail, and pauses that are shorter.
 add_library(kennly_failing_memory MODULE FailingMemory.cpp)
 target_link_libraries(kennly_failing_memory PRIVATE kennly_flags)
-system_preload(AllocationFailureTest kennly_failing_memory KENNLY_FAILING_MEMORY)
+foreach(name AllocationFailureTest MemoryTest)
+    system_preload(${name} kennly_failing_memory KENNLY_FAILING_MEMORY)
+endforeach()
 
 # Calls that fail for a time, and a clock that jumps.
 add_library(kennly_faulty_calls MODULE FaultyCalls.cpp)
