@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <array>
 #include <ctime>
 #include <fstream>
@@ -96,19 +98,24 @@ protected:
     }
 };
 
+/// What there is too little of.
+enum class Scarce { AddressSpace, ThreadsOfItsUser };
+
 /// The program where some thirty threads find room.
-class FewThreadsTest : public ScaleTest {
+class FewThreadsTest : public ScaleTest, public ::testing::WithParamInterface<Scarce> {
 protected:
     void SetUp() override {
         if (RunsUnderSanitizer()) {
             GTEST_SKIP() << "a sanitizer does not find room itself";
         }
-        ScaleTest::SetUp();
+        ASSERT_NO_FATAL_FAILURE(ScaleTest::SetUp());
+        if (NeedsAnotherUser() && sandbox->HasUserNamespace()) {
+            GTEST_SKIP() << "only root can have the program run as another user";
+        }
     }
 
     void StartWithRoomForFewThreads() {
-        daemon = sandbox->Start(
-            {"sh", "-c", "ulimit -s 16384; ulimit -v 500000; exec " KENNLY_PROGRAM " -f"});
+        daemon = sandbox->Start(NeedsAnotherUser() ? AsUserWithFewThreads() : InLittleSpace());
         number = NumberInside(daemon->Pid());
     }
 
@@ -127,9 +134,32 @@ protected:
         EXPECT_TRUE(WaitForTraces(trace, 2));
         EXPECT_TRUE(WaitForThreadsOf(1, Limit));
     }
+
+private:
+    static bool NeedsAnotherUser() { return GetParam() == Scarce::ThreadsOfItsUser; }
+
+    static std::vector<std::string> InLittleSpace() {
+        return {"sh", "-c", "ulimit -s 16384; ulimit -v 500000; exec " KENNLY_PROGRAM " -f"};
+    }
+
+    /// The kernel counts the threads of a user wherever they are, and counts none of root's: this
+    /// user is no one's but the sandbox's, whatever else runs on the machine. The program is a
+    /// copy, because where it was built nobody else may be let in.
+    std::vector<std::string> AsUserWithFewThreads() const {
+        const auto user = static_cast<uid_t>(20000 + sandbox->FirstProcess() % 40000);
+        const std::string id = std::to_string(user);
+        const std::string program = PathOf("kennly");
+        std::filesystem::copy_file(KENNLY_PROGRAM, sandbox->PathInside(program));
+        for (const std::string& path :
+             {DataDirectory, PathOf("config/filetimes"), PathOf("heartbeats"), program}) {
+            EXPECT_EQ(chown(sandbox->PathInside(path).c_str(), user, user), 0) << path;
+        }
+        return {"prlimit",       "--nproc=40",     "setpriv", "--reuid=" + id,
+                "--regid=" + id, "--clear-groups", program,   "-f"};
+    }
 };
 
-TEST_F(FewThreadsTest, TooManyJobsAreReportedAndFewerStillRun) {
+TEST_P(FewThreadsTest, TooManyJobsAreReportedAndFewerStillRun) {
     Configure(Configuration(Jobs(200, "/dev/null")));
     StartWithRoomForFewThreads();
 
@@ -142,7 +172,7 @@ TEST_F(FewThreadsTest, TooManyJobsAreReportedAndFewerStillRun) {
     EXPECT_THAT(Lines(), ElementsAre(Error("Error creating Thread Pool"), Exit(0)));
 }
 
-TEST_F(FewThreadsTest, TooManyJobsAtAReloadAreReportedEachTimeAndFewerRunAgain) {
+TEST_P(FewThreadsTest, TooManyJobsAtAReloadAreReportedEachTimeAndFewerRunAgain) {
     Configure(FewJobs("before"));
     StartWithRoomForFewThreads();
     ExpectFewJobsRun("before");
@@ -160,6 +190,14 @@ TEST_F(FewThreadsTest, TooManyJobsAtAReloadAreReportedEachTimeAndFewerRunAgain) 
     EXPECT_THAT(ArrivalsOf(Error("Error creating Thread Pool")), SizeIs(2));
     EXPECT_THAT(Lines(), SizeIs(3));
 }
+
+INSTANTIATE_TEST_SUITE_P(Because, FewThreadsTest,
+                         ::testing::Values(Scarce::AddressSpace, Scarce::ThreadsOfItsUser),
+                         [](const auto& scarce) {
+                             return scarce.param == Scarce::AddressSpace
+                                        ? "AddressSpaceIsScarce"
+                                        : "ItsUserMayHaveFewThreads";
+                         });
 
 /// So many jobs, which are then replaced by so many others.
 struct Scale {
