@@ -70,14 +70,13 @@ class ScaleTest : public DaemonTest {
 protected:
     static constexpr std::chrono::seconds Limit{120};
 
-    static std::string NameOf(int number) { return "job" + std::to_string(number); }
-
     /// Jobs whose checks append their names to `file`.
     static std::string Jobs(int count, const std::string& file) {
         std::string jobs;
         for (int number = 0; number < count; ++number) {
-            const std::string check = "echo " + NameOf(number) + " >>" + file + "; true";
-            jobs += Job(NameOf(number), Check(check, "delay=\"20\"") + Remedy("true"));
+            const std::string name = "job" + std::to_string(number);
+            const std::string check = "echo " + name + " >>" + file + "; true";
+            jobs += Job(name, Check(check, "delay=\"20\"") + Remedy("true"));
         }
         return jobs;
     }
@@ -199,35 +198,55 @@ INSTANTIATE_TEST_SUITE_P(Because, FewThreadsTest,
                                         : "ItsUserMayHaveFewThreads";
                          });
 
-/// So many jobs, which are then replaced by so many others.
-struct Scale {
+struct Size {
     int commands;  // jobs that check by a command
     int files;     // jobs that look at a file
-    int afterwards;
+
+    int Jobs() const { return commands + files; }
+};
+
+/// So many jobs, which are then replaced by so many others.
+struct Scale {
+    Size before;
+    Size after;
 };
 
 class ManyJobsTest : public ScaleTest, public ::testing::WithParamInterface<Scale> {
 protected:
-    static int Count() { return GetParam().commands + GetParam().files; }
+    static const Size& Before() { return GetParam().before; }
+    static const Size& After() { return GetParam().after; }
+
+    /// The commands of these jobs leave their names in the file `name`.
+    static std::string JobsOf(const Size& size, const std::string& name) {
+        return FileJobs(size.files, name) + Jobs(size.commands, PathOf(name));
+    }
 
     /// Jobs that look at a file and fail at its first sight. Their remedies are held back, so that
     /// none of them ever needs a shell.
-    static std::string FileJobs() {
+    static std::string FileJobs(int count, const std::string& name) {
         const std::string blocked = "blockaction=\"" + MainConfiguration + "\"";
         std::string jobs;
-        for (int number = GetParam().commands; number < Count(); ++number) {
-            jobs += Job(NameOf(number),
+        for (int number = 0; number < count; ++number) {
+            jobs += Job(name + std::to_string(number),
                         CheckOfType("CheckForFileChange", {MainConfiguration}, "delay=\"20\"") +
                             Remedy("true", blocked));
         }
         return jobs;
     }
 
-    /// The names of the jobs that have looked at their file, as their records tell after a reload.
-    std::size_t Records() const {
-        const std::filesystem::directory_iterator records(
-            sandbox->PathInside(DataDirectory + "/config/filetimes"));
-        return static_cast<std::size_t>(std::distance(begin(records), end(records)));
+    bool WaitForJobs(const Size& size, const std::string& name) const {
+        return WaitForNames(size.commands, PathOf(name)) && WaitForThreadsOf(size.Jobs(), Limit);
+    }
+
+    /// The number of jobs that have looked at their file, as the records tell that they leave at
+    /// their end. Removes these: the sandbox has no room for those of many jobs more.
+    int TakeRecords() const {
+        int count = 0;
+        const std::string path = sandbox->PathInside(DataDirectory + "/config/filetimes");
+        for (const auto& record : std::filesystem::directory_iterator(path)) {
+            count += std::filesystem::remove(record.path()) ? 1 : 0;
+        }
+        return count;
     }
 
     /// Waits until hardly anything runs for a second.
@@ -243,47 +262,57 @@ protected:
         return used / SecondsBetween(begin, Clock::now());
     }
 
+    static void PrintSecondsSince(Clock::time_point begin, const std::string& step) {
+        std::cout << std::fixed << std::setprecision(1) << "    " << step << ": "
+                  << SecondsBetween(begin, Clock::now()) << " s" << std::endl;
+    }
+
     // The bounds are far off: what breaks them is a defect.
     void MeasureAndPrint() const {
+        const int jobs = Before().Jobs();
         const double resident = ResidentKiB(daemon->Pid());
         const double reserved = std::stod(StatusField(daemon->Pid(), "VmSize"));
         const double share = ShareOfACore(std::chrono::seconds(10));
-        std::cout << std::fixed << std::setprecision(1) << "    " << Count()
-                  << " jobs: " << resident / 1024 << " MB resident, " << resident / Count()
-                  << " kB a job; " << reserved / 1024 << " MB virtual, "
-                  << reserved / 1024 / Count() << " MB a job; idle " << std::setprecision(4)
-                  << share * 100 << " % of one core" << std::endl;
-        EXPECT_LT(resident / Count(), 200);
+        std::cout << std::fixed << std::setprecision(1) << "    " << jobs
+                  << " jobs: " << resident / 1024 << " MB resident, " << resident / jobs
+                  << " kB a job; " << reserved / 1024 << " MB virtual, " << reserved / 1024 / jobs
+                  << " MB a job; idle " << std::setprecision(4) << share * 100 << " % of one core"
+                  << std::endl;
+        EXPECT_LT(resident / jobs, 200);
         EXPECT_LT(share, 0.05);
     }
 };
 
 TEST_P(ManyJobsTest, RunTheirChecksAreReplacedAndEnd) {
-    const int room = 3 * Count() + 2 * GetParam().commands + 500;  // shells, and others' processes
-    if (RunsUnderSanitizer() && Count() > 1000) {
+    const int count = Before().Jobs();
+    const int room = 3 * count + 2 * Before().commands + 500;  // shells, and others' processes
+    if (RunsUnderSanitizer() && count > 1000) {
         GTEST_SKIP() << "a sanitizer does not know so many threads";
     }
     if (!AllowsThreads(static_cast<std::size_t>(room))) {
         GTEST_SKIP() << "no room for " << room << " threads: " << ThreadLimits();
     }
-    const std::string first = PathOf("first");
-    const std::string second = PathOf("second");
-    Configure(Configuration(FileJobs() + Jobs(GetParam().commands, first)));
+    Configure(Configuration(JobsOf(Before(), "first")));
     StartDaemon();
-    ASSERT_TRUE(WaitForThreadsOf(Count(), Limit));
-    ASSERT_TRUE(WaitForNames(GetParam().commands, first));
+    ASSERT_TRUE(WaitForJobs(Before(), "first"));
+    PrintSecondsSince(started, "load");
     ASSERT_TRUE(WaitUntilIdle());
     if (!RunsUnderSanitizer()) {
         MeasureAndPrint();
     }
 
-    Configure(Configuration(Jobs(GetParam().afterwards, second)));
+    const auto changed = Clock::now();
+    Configure(Configuration(JobsOf(After(), "second")));
 
-    ASSERT_TRUE(WaitForNames(GetParam().afterwards, second));
-    ASSERT_TRUE(WaitForThreadsOf(GetParam().afterwards, Limit));
-    EXPECT_EQ(Records(), static_cast<std::size_t>(GetParam().files));
+    ASSERT_TRUE(WaitForJobs(After(), "second"));
+    PrintSecondsSince(changed, "reload");
+    EXPECT_EQ(TakeRecords(), Before().files);
+    ASSERT_TRUE(WaitUntilIdle());
+    const auto asked = Clock::now();
     ASSERT_TRUE(daemon->Signal(SIGTERM));
     EXPECT_EQ(EndOfDaemon(), std::optional<int>(0));
+    PrintSecondsSince(asked, "end");
+    EXPECT_EQ(TakeRecords(), After().files);
     EXPECT_TRUE(WaitForLine(Exit(0)));
     EXPECT_THAT(Lines(), ElementsAre(Exit(0)));
 }
@@ -291,11 +320,10 @@ TEST_P(ManyJobsTest, RunTheirChecksAreReplacedAndEnd) {
 // Most of the many jobs look at a file: a thousand shells that start at once are what a machine
 // bears, and five thousand would measure the shells.
 INSTANTIATE_TEST_SUITE_P(OfEachSize, ManyJobsTest,
-                         ::testing::Values(Scale{100, 0, 100}, Scale{1000, 0, 1000},
-                                           Scale{500, 4500, 10}),
+                         ::testing::Values(Scale{{100, 0}, {100, 0}}, Scale{{1000, 0}, {10, 0}},
+                                           Scale{{500, 4500}, {500, 4500}}),
                          [](const auto& scale) {
-                             return std::to_string(scale.param.commands + scale.param.files) +
-                                    "Jobs";
+                             return std::to_string(scale.param.before.Jobs()) + "Jobs";
                          });
 
 }  // namespace kennly::test
