@@ -14,7 +14,9 @@ foreach(name
     kennly_unit_test(${name} LABEL system TIMEOUT 600)
 endforeach()
 # These wait the longest, and so are started first.
-foreach(name RecoveryTest BothHangTest RestartTreeTest HangTest FileChangeTest FileStaleTest FullLogTest)
+foreach(name
+        RecoveryTest BothHangTest RestartTreeTest HangTest FileChangeTest FileStaleTest FullLogTest
+        FileFailureTest ScaleTest)
     set_tests_properties(system/${name} PROPERTIES COST 1000)
 endforeach()
 
