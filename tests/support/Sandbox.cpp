@@ -74,6 +74,10 @@ std::vector<pid_t> Sandbox::Processes() const {
     return found;
 }
 
+std::vector<Death> Sandbox::Deaths() const {
+    return namespaces_->Deaths();
+}
+
 bool Sandbox::HasUserNamespace() const {
     return namespaces_->UserNamespace() >= 0;
 }

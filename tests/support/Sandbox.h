@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/SandboxDeath.h"
 #include "support/SandboxProcess.h"
 #include "support/SystemLogLine.h"
 
@@ -48,11 +49,14 @@ public:
     /// Throws std::runtime_error, with the reason, when it cannot be executed.
     std::unique_ptr<SandboxProcess> Start(const std::vector<std::string>& command,
                                           const StartOptions& options = {}) const;
-    /// The number outside of the sandbox's first process, which only reaps.
+    /// The number outside of the sandbox's first process, which only reaps and records that.
     pid_t FirstProcess() const;
     /// The numbers outside of all processes inside but the first; those ended and not yet reaped
     /// count. In ascending order.
     std::vector<pid_t> Processes() const;
+    /// The ends of all processes so far that had lost their parents, in their order. A command that
+    /// was started from here is not among them, nor is what another process inside has waited for.
+    std::vector<Death> Deaths() const;
     /// Whether the sandbox is built on a user namespace, so that nobody inside has privileges.
     bool HasUserNamespace() const;
 

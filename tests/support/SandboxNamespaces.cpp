@@ -4,11 +4,13 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -52,7 +54,9 @@ struct Plan {
     int nullDevice = -1;
     int report = -1;
     int lifeline = -1;
+    int deaths = -1;
     std::vector<int> kept;
+    std::vector<int> keptByFirst;
 };
 
 /// What the keeper tells of its work, in one record.
@@ -161,6 +165,7 @@ struct Channels {
     Descriptor reportWrite;
     Descriptor lifelineOurs;
     Descriptor lifelineKeepers;
+    Descriptor deaths;
     Descriptor nullDevice;
 };
 
@@ -173,15 +178,19 @@ bool OpenChannels(Channels& channels) {
     channels.lifelineOurs = Descriptor(ends[0]);
     channels.lifelineKeepers = Descriptor(ends[1]);
     channels.nullDevice = Descriptor(open("/dev/null", O_RDWR | O_CLOEXEC));
-    return channels.nullDevice.IsOpen() && MakePipe(channels.reportRead, channels.reportWrite);
+    channels.deaths = Descriptor(memfd_create("sandbox-deaths", MFD_CLOEXEC));
+    return channels.nullDevice.IsOpen() && channels.deaths.IsOpen() &&
+           MakePipe(channels.reportRead, channels.reportWrite);
 }
 
 void UseChannels(const Channels& channels, Plan& plan) {
     plan.report = channels.reportWrite.Get();
     plan.lifeline = channels.lifelineKeepers.Get();
     plan.nullDevice = channels.nullDevice.Get();
-    plan.kept = {plan.logSocket, plan.report, plan.lifeline, plan.nullDevice};
+    plan.deaths = channels.deaths.Get();
+    plan.kept = {plan.logSocket, plan.report, plan.lifeline, plan.nullDevice, plan.deaths};
     std::sort(plan.kept.begin(), plan.kept.end());
+    plan.keptByFirst = {plan.deaths};
 }
 
 // ---- in the keeper: only calls that are safe in a signal handler
@@ -270,16 +279,29 @@ void BindLogSocket(const Plan& plan) {
     }
 }
 
-[[noreturn]] void BeFirstProcess(int nullDevice) {
+/// Reaps whatever ends without a parent. All signals are blocked: none can get lost.
+[[noreturn]] void ReapForEver(int deaths) {
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGCHLD);
+    for (;;) {
+        Death death = {};
+        while ((death.number = waitpid(-1, &death.status, WNOHANG)) > 0) {
+            WriteRecord(deaths, &death, sizeof death);
+        }
+        int any = 0;
+        sigwait(&ends, &any);
+    }
+}
+
+[[noreturn]] void BeFirstProcess(const Plan& plan) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     prctl(PR_SET_NAME, "sandbox-first");
     // Refused in a user namespace that sees only parts of the old one: then the old one must do.
     mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
-    signal(SIGCHLD, SIG_IGN);  // whatever ends without a parent is reaped by the kernel
-    KeepOnly({}, nullDevice);  // the keeper waits for its pipe to close
-    for (;;) {
-        pause();
-    }
+    signal(SIGCHLD, SIG_DFL);  // were it ignored, the kernel would reap and tell nobody
+    KeepOnly(plan.keptByFirst, plan.nullDevice);  // the keeper waits for its pipe to close
+    ReapForEver(plan.deaths);
 }
 
 pid_t StartFirstProcess(const Plan& plan) {
@@ -290,7 +312,7 @@ pid_t StartFirstProcess(const Plan& plan) {
     }
     const pid_t first = fork();
     if (first == 0) {
-        BeFirstProcess(plan.nullDevice);
+        BeFirstProcess(plan);
     }
     if (first < 0) {
         Refuse(plan, "cannot start", "the first process");
@@ -359,19 +381,30 @@ std::unique_ptr<SandboxNamespaces> SandboxNamespaces::Create(int logSocket, std:
         return nullptr;
     }
     channels.reportWrite.Close();
-    std::unique_ptr<SandboxNamespaces> made(
-        new SandboxNamespaces(keeper, std::move(channels.lifelineOurs)));
+    std::unique_ptr<SandboxNamespaces> made(new SandboxNamespaces(
+        keeper, std::move(channels.lifelineOurs), std::move(channels.deaths)));
     return made->AwaitSetup(channels.reportRead.Get(), error) ? std::move(made) : nullptr;
 }
 
-SandboxNamespaces::SandboxNamespaces(pid_t keeper, Descriptor lifeline)
-    : keeper_(keeper), lifeline_(std::move(lifeline)) {}
+SandboxNamespaces::SandboxNamespaces(pid_t keeper, Descriptor lifeline, Descriptor deaths)
+    : keeper_(keeper), lifeline_(std::move(lifeline)), deaths_(std::move(deaths)) {}
 
 SandboxNamespaces::~SandboxNamespaces() {
     // Speak before closing: another process forked from ours may hold our end open.
     send(lifeline_.Get(), "", 1, MSG_NOSIGNAL);
     lifeline_.Close();
     WaitForChild(keeper_);
+}
+
+std::vector<Death> SandboxNamespaces::Deaths() const {
+    std::vector<Death> deaths;
+    Death death = {};
+    // Each at its own place: the position in the file is shared with the writer.
+    while (pread(deaths_.Get(), &death, sizeof death,
+                 static_cast<off_t>(deaths.size() * sizeof death)) == sizeof death) {
+        deaths.push_back(death);
+    }
+    return deaths;
 }
 
 bool SandboxNamespaces::AwaitSetup(int report, std::string& error) {

@@ -4,7 +4,9 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "support/SandboxDeath.h"
 #include "support/SandboxDescriptor.h"
 
 namespace kennly::test {
@@ -15,13 +17,16 @@ inline constexpr const char* LogSocketPath = "/dev/log";
 /// The private file system and processes behind a Sandbox, and the processes that keep them.
 ///
 /// A keeper, our child, makes the namespaces and forks their first process, which does nothing but
-/// reap. The keeper waits on a lifeline from us; when it speaks or closes, be it that we ended
-/// in whatever way, the keeper kills the first process and with it all others inside. A lifeline
-/// and no parent-death signal, because that signal would also follow the end of the thread that
-/// happened to create the sandbox. The first process has such a signal for the keeper's end.
+/// reap and record what it has reaped. The keeper waits on a lifeline from us; when it speaks or
+/// closes, be it that we ended in whatever way, the keeper kills the first process and with it all
+/// others inside. A lifeline and no parent-death signal, because that signal would also follow the
+/// end of the thread that happened to create the sandbox. The first process has such a signal for
+/// the keeper's end.
 ///
 /// Directories that must look different inside are covered by a file system in memory, into which
 /// the entries that are to stay visible are bound, so that nothing changes for anyone outside.
+///
+/// Deaths are recorded in a file in memory: it holds up nobody, however long nobody asks.
 ///
 /// Threads: any thread may create one or ask it; one destroys it.
 /// Ownership: owns the keeper; its end is waited for on destruction.
@@ -45,14 +50,17 @@ public:
     int ProcessNamespace() const { return processNamespace_.Get(); }
     /// The root directory inside, which is not the mount namespace's own when we live in a chroot.
     int RootDirectory() const { return rootDirectory_.Get(); }
+    /// What the first process has reaped so far, in that order.
+    std::vector<Death> Deaths() const;
 
 private:
-    SandboxNamespaces(pid_t keeper, Descriptor lifeline);
+    SandboxNamespaces(pid_t keeper, Descriptor lifeline, Descriptor deaths);
     bool AwaitSetup(int report, std::string& error);
     bool OpenNamespaces(bool withUserNamespace, std::string& error);
 
     pid_t keeper_;
     Descriptor lifeline_;  // our end; whatever happens to it ends the keeper
+    Descriptor deaths_;    // where the first process writes them
     pid_t firstProcess_ = -1;
     Descriptor userNamespace_;
     Descriptor mountNamespace_;

@@ -349,6 +349,27 @@ TEST_F(SandboxTest, ListsProcessesAndReapsOrphans) {
     EXPECT_TRUE(WaitUntil([this] { return sandbox_->Processes().size() == 1; }, Generous));
 }
 
+TEST_F(SandboxTest, TellsHowOrphansHaveEnded) {
+    const std::string path = std::string(DataDirectory) + "/";
+    const std::string waits = "(until [ -e " + path + "go ]; do sleep 0.01; done; exit 7)";
+    ASSERT_EQ(Run({"sh", "-c", waits + " & echo $! >" + path + "exiting"}), 0);
+    ASSERT_EQ(Run({"sh", "-c", "sleep 1001 & echo $! >" + path + "killed"}), 0);
+    EXPECT_TRUE(sandbox_->Deaths().empty()) << "of those whose parents we are";
+    const int exiting = std::stoi(sandbox_->ReadFile(path + "exiting").value_or("0"));
+    const int killed = std::stoi(sandbox_->ReadFile(path + "killed").value_or("0"));
+
+    ASSERT_TRUE(sandbox_->WriteFile(path + "go", ""));
+    ASSERT_TRUE(WaitUntil([this] { return sandbox_->Deaths().size() == 1; }, Generous));
+    ASSERT_EQ(Run({"sh", "-c", "kill -KILL " + std::to_string(killed)}), 0);
+    ASSERT_TRUE(WaitUntil([this] { return sandbox_->Deaths().size() == 2; }, Generous));
+
+    const std::vector<Death> deaths = sandbox_->Deaths();
+    EXPECT_EQ(deaths[0].number, exiting);
+    EXPECT_TRUE(WIFEXITED(deaths[0].status) && WEXITSTATUS(deaths[0].status) == 7);
+    EXPECT_EQ(deaths[1].number, killed);
+    EXPECT_TRUE(WIFSIGNALED(deaths[1].status) && WTERMSIG(deaths[1].status) == SIGKILL);
+}
+
 TEST_F(SandboxTest, EndsEveryProcessInsideWhenDestroyed) {
     auto process = sandbox_->Start({"sh", "-c", "trap '' TERM; sleep 1000 & wait"});
     ASSERT_EQ(Run({"sh", "-c", "setsid sleep 1001 & true"}), 0);
