@@ -3,19 +3,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <thread>
 
 #include "storm/Storm.h"
 #include "support/ProcessView.h"
 
 namespace kennly::test {
-
-/// As many lanes as keep this machine busy, at least two and at most six.
-inline int BusyLanes() {
-    return std::clamp(2 * static_cast<int>(std::thread::hardware_concurrency()), 2, 6);
-}
 
 /// Watches what the storm's own program holds on to: a storm that leaks would not last.
 class Leftovers {

@@ -2,11 +2,13 @@
 
 #include <getopt.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <optional>
+#include <thread>
 
 namespace kennly::test {
 
@@ -59,6 +61,10 @@ const StormOptions& Options() {
 bool StormGoesOn() {
     return std::chrono::steady_clock::now() - begin < options.duration &&
            !::testing::Test::HasFailure();
+}
+
+int BusyLanes() {
+    return std::clamp(2 * static_cast<int>(std::thread::hardware_concurrency()), 2, 6);
 }
 
 std::string& Figures::TextOf(const std::string& name) {

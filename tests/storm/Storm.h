@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "support/Dice.h"
+#include "support/Lanes.h"
 #include "system/DaemonFixture.h"
-#include "system/Lanes.h"
 
 namespace kennly::test {
 
@@ -28,6 +28,9 @@ const StormOptions& Options();
 
 /// Whether another round is due: time is left and nothing has failed.
 bool StormGoesOn();
+
+/// As many lanes as keep this machine busy, at least two and at most six.
+int BusyLanes();
 
 /// What a storm tells of itself at its end, one figure a line, in the order in which they came up.
 ///

@@ -2,8 +2,8 @@
 #include <atomic>
 #include <regex>
 
+#include "support/Lanes.h"
 #include "system/DaemonFixture.h"
-#include "system/Lanes.h"
 
 namespace kennly::test {
 

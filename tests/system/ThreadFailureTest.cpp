@@ -1,7 +1,7 @@
 #include <numeric>
 
+#include "support/Lanes.h"
 #include "system/FaultFixture.h"
-#include "system/Lanes.h"
 
 namespace kennly::test {
 
