@@ -3,7 +3,7 @@
 #
 # Builds everything under the address and undefined behaviour sanitizers, or under the thread sanitizer;
 # runs the unit and stress tests, and the system tests and storms of the release build over the program
-# that has been built here. Needs scripts/test.sh or scripts/soak.sh to have built the release, and root.
+# that has been built here. Needs root, to put that program in the place of the other.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -25,7 +25,14 @@ tsan) left_out='^system/FullLogTest$' ;;
 *) left_out='^$' ;;
 esac
 
+if [ "$(id -u)" -ne 0 ]; then
+    echo "sanitize.sh: not root" >&2
+    exit 1
+fi
+
 scripts/install-deps.sh test check
+cmake --preset release -DKENNLY_BUILD_TESTS=ON >/dev/null
+cmake --build build/release --target kennly kennly_tests_system kennly_tests_storm kennly_early_pause -- --quiet
 cmake --preset "$kind" >/dev/null
 cmake --build "build/$kind" --target kennly kennly_tests_unit kennly_tests_stress -- --quiet
 ctest --preset "$kind"
@@ -35,6 +42,7 @@ reports=$PWD/build/$kind/reports
 rm -rf "$reports"
 mkdir -m 777 "$reports" # some start the daemon as another user
 export "$(echo "$kind" | tr '[:lower:]' '[:upper:]')_OPTIONS=$options:log_path=$reports/$kind"
+export "KENNLY_TESTS_SANITIZER=$kind"
 export "UBSAN_OPTIONS=print_stacktrace=1:log_path=$reports/ubsan"
 if [ "$kind" = tsan ]; then # or it loses signals that come early
     export LD_PRELOAD="$PWD/build/release/tests/support/libkennly_early_pause.so"

@@ -66,15 +66,16 @@ inline bool Ignores(pid_t process, int signal) {
     return HasSignal(StatusField(process, "SigIgn"), signal);
 }
 
-/// Whether the tests run the program under the thread sanitizer, which adds a thread of its own.
-inline bool RunsUnderThreadSanitizer() {
-    return std::getenv("TSAN_OPTIONS") != nullptr;
+/// Whether the tests run the program under any sanitizer, as scripts/sanitize.sh tells them: it has
+/// an allocator of its own then, and takes memory and address space like a much larger one.
+inline bool RunsUnderSanitizer() {
+    return std::getenv("KENNLY_TESTS_SANITIZER") != nullptr;
 }
 
-/// Whether the tests run the program under any sanitizer: it has an allocator of its own then, and
-/// takes memory and address space like a much larger one.
-inline bool RunsUnderSanitizer() {
-    return RunsUnderThreadSanitizer() || std::getenv("ASAN_OPTIONS") != nullptr;
+/// Whether it is the thread sanitizer, which adds a thread of its own.
+inline bool RunsUnderThreadSanitizer() {
+    const char* const kind = std::getenv("KENNLY_TESTS_SANITIZER");
+    return kind != nullptr && std::string(kind) == "tsan";
 }
 
 /// Whether a thread may be that one: it is not the first, and blocks signals. So does, for an
