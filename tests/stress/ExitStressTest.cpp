@@ -23,6 +23,7 @@
 #include "pool/TaskRegistry.h"
 #include "pool/WatchDogThreadPool.h"
 #include "stress/Stress.h"
+#include "support/Dice.h"
 #include "support/TemporaryDirectory.h"
 #include "sync/Pause.h"
 #include "watch/ProcessWatch.h"
@@ -191,9 +192,9 @@ TEST(ExitStressTest, AProcessThatExitsWhilePoolThreadsRunEndsWithItsOwnStatus) {
     const TemporaryDirectory directory;
     WriteConfiguration(directory);
     const Figures figures;
-    Random random;
+    Dice dice(Seed);
     for (int round = 0; round < rounds && !::testing::Test::HasFailure(); ++round) {
-        const std::uint32_t moment = random.UpTo(20000);
+        const std::uint32_t moment = dice.UpTo(20000);
         std::fflush(nullptr);
         const pid_t child = fork();
         if (child == 0) {

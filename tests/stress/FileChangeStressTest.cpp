@@ -14,6 +14,7 @@
 #include "main/ProcessState.h"
 #include "stress/RandomDelays.h"
 #include "stress/Stress.h"
+#include "support/Dice.h"
 #include "support/FileTimeRecord.h"
 #include "support/TemporaryDirectory.h"
 #include "watch/ProcessWatch.h"
@@ -45,8 +46,8 @@ bool GetFileTime(const std::string& path, std::int32_t& seconds) {
             ++file.looks;
         }
     }
-    thread_local test::Random random(1);
-    test::Spin(random.UpTo(300));
+    thread_local test::Dice dice(test::Seed, 1);
+    test::Spin(dice.UpTo(300));
     return true;
 }
 
@@ -106,13 +107,13 @@ protected:
     // Changes some of the files.
     void ChangeAtRandom() {
         for (Watched& file : files) {
-            file.time += static_cast<std::int32_t>(random.UpTo(1));
+            file.time += static_cast<std::int32_t>(dice.UpTo(1));
         }
     }
 
     // Gives all jobs up, with or without their configuration, and loads them anew.
     void Reload() {
-        if (random.UpTo(4) == 0) {
+        if (dice.UpTo(4) == 0) {
             DestroyTheConfig();
             CreateTheConfig();
         }
@@ -143,7 +144,7 @@ protected:
     const TemporaryDirectory directory;
     std::vector<std::thread> workers;
     Figures figures;
-    Random random;
+    Dice dice{Seed};
     RoundLimit limit;
 };
 
@@ -156,15 +157,15 @@ TEST_F(FileChangeStressTest, AReloadAtAnyMomentLosesNoChangeAndRepeatsNone) {
         EXPECT_TRUE(WaitUntilAllAreSeen());
 
         ChangeAtRandom();
-        JobHandle held = FindConfiguredJob(files[random.UpTo(files.size() - 1)].name);
-        Spin(random.UpTo(2000));
+        JobHandle held = FindConfiguredJob(files[dice.UpTo(files.size() - 1)].name);
+        Spin(dice.UpTo(2000));
         held->check->Remember();
-        if (random.UpTo(1) == 0) {  // else it may be the last to hold it
+        if (dice.UpTo(1) == 0) {  // else it may be the last to hold it
             held.reset();
         }
         ChangeAtRandom();
         Reload();
-        Spin(random.UpTo(2000));
+        Spin(dice.UpTo(2000));
         held.reset();
         EndWorkers();
 

@@ -7,6 +7,7 @@
 #include "pool/ThreadPool.h"
 #include "stress/RandomDelays.h"
 #include "stress/Stress.h"
+#include "support/Dice.h"
 
 namespace kennly::test {
 
@@ -36,7 +37,7 @@ protected:
     static constexpr int HandOvers = Rounds(100000);
 
     Figures figures;
-    Random random;
+    Dice dice{Seed};
     Counts counts;
 };
 
@@ -44,7 +45,7 @@ TEST_F(HandOverStressTest, RunsOneJobOnEachWorkerOfAPoolThatIsJustStarting) {
     int queued = 0;
     int pools = 0;
     while (queued < HandOvers) {
-        const std::uint32_t workers = 1U << random.UpTo(7);
+        const std::uint32_t workers = 1U << dice.UpTo(7);
         ThreadPool pool(workers, nullptr);
         ASSERT_TRUE(pool.IsCreated());
         for (std::uint32_t i = 0; i < workers; ++i) {
@@ -66,7 +67,7 @@ TEST_F(HandOverStressTest, RunsTheJobThatIsQueuedAtTheMomentItsWorkerGoesIdle) {
         pool.AddJob(0, std::make_shared<CountedJob>(counts));
         ASSERT_TRUE(SpinUntil([&] { return counts.ran == queued; }))
             << "job " << queued << ": " << counts.givenUp << " given up";
-        Spin(random.UpTo(200));
+        Spin(dice.UpTo(200));
     }
     EXPECT_EQ(counts.givenUp, 0);
     figures.Print("%d jobs handed over one by one, none lost", HandOvers);

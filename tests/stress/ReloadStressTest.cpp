@@ -14,6 +14,7 @@
 #include "pool/WatchDogThreadPool.h"
 #include "stress/RandomDelays.h"
 #include "stress/Stress.h"
+#include "support/Dice.h"
 #include "support/TemporaryDirectory.h"
 #include "sync/Pause.h"
 #include "watch/ProcessWatch.h"
@@ -98,7 +99,7 @@ protected:
 
     const TemporaryDirectory directory;
     Figures figures;
-    Random random;
+    Dice dice{Seed};
     RoundLimit limit;
 };
 
@@ -110,7 +111,7 @@ TEST_F(ReloadStressTest, AReloadAtAnyMomentEndsTheOldJobsAndStartsAllOfTheNew) {
         if (round % 10 == 0) {
             EXPECT_TRUE(SpinUntil(AllHaveBeenChecked));
         }
-        Spin(random.UpTo(1U << (4 + random.UpTo(12))));
+        Spin(dice.UpTo(1U << (4 + dice.UpTo(12))));
     }
     figures.Print("%d reloads of %d jobs", rounds, JobCount);
 }

@@ -11,6 +11,7 @@
 #include "pool/ThreadPool.h"
 #include "stress/RandomDelays.h"
 #include "stress/Stress.h"
+#include "support/Dice.h"
 
 namespace kennly::test {
 
@@ -83,7 +84,7 @@ protected:
     }
 
     Figures figures;
-    Random random;
+    Dice dice{Seed};
     RoundLimit limit;
     int ran = 0;
     int givenUp = 0;
@@ -95,7 +96,7 @@ TEST_F(StopStressTest, AWorkerThatIsStoppedAtAnyMomentEndsAndSettlesEveryJobOnce
     int late = 0;
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         limit.Begin();
-        Fates fates(1 + random.UpTo(mostJobs));
+        Fates fates(1 + dice.UpTo(mostJobs));
         auto worker = ThreadPool::JobThread::StartNew(nullptr);
         ASSERT_NE(worker, nullptr);
         std::atomic<std::size_t> queued{0};
@@ -107,10 +108,10 @@ TEST_F(StopStressTest, AWorkerThatIsStoppedAtAnyMomentEndsAndSettlesEveryJobOnce
         });
         // Stopped when a job was queued or has run, whichever it is, or a little
         // later.
-        const std::size_t moment = random.UpTo(static_cast<std::uint32_t>(fates.size()) - 1);
+        const std::size_t moment = dice.UpTo(static_cast<std::uint32_t>(fates.size()) - 1);
         const bool afterItsRun = round % 2 == 0;
         SpinUntil([&] { return afterItsRun ? fates[moment].ran > 0 : queued >= moment; });
-        Spin(random.UpTo(500));
+        Spin(dice.UpTo(500));
 
         worker->Stop();
         late += queued < fates.size() ? 1 : 0;
@@ -132,21 +133,21 @@ TEST_F(StopStressTest, APoolThatIsDestroyedAtAnyMomentSettlesEveryJobOnce) {
     constexpr int rounds = Rounds(1500);
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         limit.Begin();
-        const std::uint32_t workers = 1 + random.UpTo(5);
+        const std::uint32_t workers = 1 + dice.UpTo(5);
         std::vector<Fates> fates(workers);
         std::vector<Fates> chained(workers);
         {
             ThreadPool pool(workers, nullptr);
             ASSERT_TRUE(pool.IsCreated());
             for (std::uint32_t i = 0; i < workers; ++i) {
-                chained[i] = Fates(1 + random.UpTo(100));
-                fates[i] = Fates(random.UpTo(20));
+                chained[i] = Fates(1 + dice.UpTo(100));
+                fates[i] = Fates(dice.UpTo(20));
                 pool.AddJob(i, std::make_shared<ChainedJob>(pool, i, chained[i], 0));
                 for (Fate& fate : fates[i]) {
                     pool.AddJob(i, std::make_shared<FatedJob>(false, fate));
                 }
             }
-            Spin(random.UpTo(20000));
+            Spin(dice.UpTo(20000));
             pool.Destroy();
         }
         for (std::uint32_t i = 0; i < workers; ++i) {

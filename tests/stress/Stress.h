@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <random>
 #include <thread>
 #include <utility>
 
@@ -20,23 +19,9 @@ constexpr int Rounds(int all) {
     return WithThreadSanitizer ? all / 5 : all;
 }
 
-/// The numbers of every run are the same; what differs is only how the machine
-/// schedules threads.
+/// For Dice, with one stream for each thread: the numbers of every run are the same; what differs
+/// is only how the machine schedules threads.
 inline constexpr std::uint32_t Seed = 20250311;
-
-/// Random numbers for one thread.
-class Random {
-public:
-    explicit Random(std::uint32_t stream = 0) : engine_(Seed + stream) {}
-
-    /// A number from 0 to `most`.
-    std::uint32_t UpTo(std::uint32_t most) {
-        return std::uniform_int_distribution<std::uint32_t>(0, most)(engine_);
-    }
-
-private:
-    std::mt19937 engine_;
-};
 
 /// Keeps the processor busy for about so many of its shortest steps.
 inline void Spin(std::uint32_t steps) {

@@ -20,6 +20,7 @@
 #include "pool/WatchDogThreadPool.h"
 #include "stress/RandomDelays.h"
 #include "stress/Stress.h"
+#include "support/Dice.h"
 #include "sync/Pause.h"
 #include "watch/ProcessWatch.h"
 
@@ -39,8 +40,8 @@ std::vector<pthread_t> unjoinedThreads;  // guarded by threadsLock
 
 void SpinAtRandom() {
     static std::atomic<std::uint32_t> streams{0};
-    thread_local kennly::test::Random random(++streams);
-    kennly::test::Spin(random.UpTo(1000));
+    thread_local kennly::test::Dice dice(kennly::test::Seed, ++streams);
+    kennly::test::Spin(dice.UpTo(1000));
 }
 
 }  // namespace
@@ -151,12 +152,12 @@ public:
 
 private:
     void Work() {
-        Random random(1000);
+        Dice dice(Seed, 1000);
         while (!done_) {
             if (const auto pool = GetThreadPool()) {
-                pool->AddJob(random.UpTo(3 * JobCount), std::make_shared<StrayJob>());
+                pool->AddJob(dice.UpTo(3 * JobCount), std::make_shared<StrayJob>());
             }
-            Spin(random.UpTo(2000));
+            Spin(dice.UpTo(2000));
         }
     }
 
@@ -197,7 +198,7 @@ protected:
             const int before = remedies;
             EXPECT_TRUE(SpinUntil([before] { return remedies > before; }));
         }
-        Spin(random.UpTo(1U << (8 + random.UpTo(10))));
+        Spin(dice.UpTo(1U << (8 + dice.UpTo(10))));
     }
 
     // A cycle that met no pool any more has left its name behind, which nobody
@@ -226,7 +227,7 @@ protected:
     }
 
     Figures figures;
-    Random random;
+    Dice dice{Seed};
     RoundLimit limit;
 };
 
