@@ -10,27 +10,31 @@ namespace kennly::test {
 
 namespace {
 
-int made = 0;
-int destroyed = 0;
+struct Counts {
+    int made = 0;
+    int destroyed = 0;
+};
 
 struct alignas(64) Counted {
-    Counted() { ++made; }
-    ~Counted() { ++destroyed; }
+    explicit Counted(Counts* of) : counts(of) { ++counts->made; }
+    ~Counted() { ++counts->destroyed; }
+    Counts* const counts;
     int value = 5;
 };
 
 }  // namespace
 
 TEST(ForEverTest, MakesItsObjectOnceAndNeverDestroysIt) {
+    Counts counts;
     {
-        const ForEver<Counted> object;
+        const ForEver<Counted> object(&counts);
         EXPECT_EQ((*object).value, 5);
         (*object).value = 6;
         EXPECT_EQ((*object).value, 6);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(&*object) % alignof(Counted), 0);
     }
-    EXPECT_EQ(made, 1);
-    EXPECT_EQ(destroyed, 0);
+    EXPECT_EQ(counts.made, 1);
+    EXPECT_EQ(counts.destroyed, 0);
 }
 
 TEST(ForEverTest, TakesNoMemoryFromTheHeap) {
