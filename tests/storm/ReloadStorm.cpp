@@ -25,10 +25,6 @@ constexpr int FewJobs = 15;
 // than memory may grow by.
 constexpr std::size_t Bulk = 32768;
 
-const std::vector<std::string> Kinds = {"full",    "few jobs", "few jobs",   "more jobs",
-                                        "no jobs", "cut off",  "cut off",    "not XML",
-                                        "empty",   "removed",  "two at once"};
-
 constexpr std::chrono::seconds Patience(120);
 
 }  // namespace
@@ -57,14 +53,13 @@ protected:
         return version;
     }
 
-    /// A file that cannot be loaded.
-    std::string Broken(const std::string& kind) {
-        if (kind == "empty") {
-            return "";
-        }
-        if (kind == "not XML") {
-            return "no configuration, " + std::to_string(Any(9)) + " times over\n";
-        }
+    std::string Full() { return New(FullJobs).content; }
+
+    // Files that cannot be loaded.
+
+    std::string Empty() { return ""; }
+    std::string NotXml() { return "no configuration, " + std::to_string(Any(9)) + " times over\n"; }
+    std::string CutOff() {
         const std::string whole = New(FullJobs, 10).content;
         const int longest = static_cast<int>(whole.rfind('>'));  // of the last end tag
         return whole.substr(0, 1 + static_cast<std::size_t>(Any(longest - 1)));
@@ -88,21 +83,29 @@ protected:
         }
     }
 
-    void PutWithoutJobs() {
+    void PutFull() { PutGood(FullJobs); }
+    void PutFewJobs() { PutGood(1 + Any(FewJobs - 1)); }
+    void PutMoreJobs() { PutGood(FullJobs + 1 + Any(MostJobs - FullJobs - 1)); }
+
+    void PutNoJobs() {
         Put("<kennly/>");
         ASSERT_TRUE(WaitForThreadsOf(0, Patience)) << Threads();
         inForce.reset();
     }
 
-    void PutBroken(const std::string& kind) {
+    void PutBroken(const std::string& content) {
         const int threads = Threads();
         const std::size_t before = ParseErrors();
-        Put(Broken(kind));
+        Put(content);
         // Two, because the first may be that of a broken version before it.
         ASSERT_TRUE(WaitForLine(ParseError(), before + 2, Patience));
         EXPECT_EQ(Threads(), threads) << "those of the version before have to wait";
         inForce.reset();
     }
+
+    void PutCutOff() { PutBroken(CutOff()); }
+    void PutNotXml() { PutBroken(NotXml()); }
+    void PutEmpty() { PutBroken(Empty()); }
 
     void RemoveFile() {
         sandbox->RemoveFile(MainConfiguration);  // or it is missing still
@@ -116,33 +119,38 @@ protected:
 
     /// Two versions, the second of them before the first can have been taken up altogether.
     void PutTwo() {
-        const std::string first = dice.Pick({"full", "cut off", "not XML", "empty"});
-        Put(first == "full" ? New(FullJobs).content : Broken(first));
+        const auto first = dice.Pick(std::vector{&ReloadStorm::Full, &ReloadStorm::CutOff,
+                                                 &ReloadStorm::NotXml, &ReloadStorm::Empty});
+        Put((this->*first)());
         std::this_thread::sleep_for(dice.UpTo(std::chrono::milliseconds(2500)));
         PutGood(1 + Any(FullJobs - 1));
     }
 
+    struct Kind {
+        std::string name;
+        void (ReloadStorm::*put)();
+    };
+
+    /// One that stands here twice comes twice as often.
+    static const std::vector<Kind>& Kinds() {
+        static const std::vector<Kind> kinds = {
+            {"full", &ReloadStorm::PutFull},        {"few jobs", &ReloadStorm::PutFewJobs},
+            {"few jobs", &ReloadStorm::PutFewJobs}, {"more jobs", &ReloadStorm::PutMoreJobs},
+            {"no jobs", &ReloadStorm::PutNoJobs},   {"cut off", &ReloadStorm::PutCutOff},
+            {"cut off", &ReloadStorm::PutCutOff},   {"not XML", &ReloadStorm::PutNotXml},
+            {"empty", &ReloadStorm::PutEmpty},      {"removed", &ReloadStorm::RemoveFile},
+            {"two at once", &ReloadStorm::PutTwo},
+        };
+        return kinds;
+    }
+
     void Round() {
-        const std::string kind = dice.Pick(Kinds);
+        const Kind& kind = dice.Pick(Kinds());
         SCOPED_TRACE("seed " + std::to_string(Options().seed) + ", version " +
-                     std::to_string(versions + 1) + ", " + kind);
+                     std::to_string(versions + 1) + ", " + kind.name);
         figures.Count("rounds");
-        figures.Count("    " + kind);
-        if (kind == "full") {
-            PutGood(FullJobs);
-        } else if (kind == "few jobs") {
-            PutGood(1 + Any(FewJobs - 1));
-        } else if (kind == "more jobs") {
-            PutGood(FullJobs + 1 + Any(MostJobs - FullJobs - 1));
-        } else if (kind == "no jobs") {
-            PutWithoutJobs();
-        } else if (kind == "removed") {
-            RemoveFile();
-        } else if (kind == "two at once") {
-            PutTwo();
-        } else {
-            PutBroken(kind);
-        }
+        figures.Count("    " + kind.name);
+        (this->*kind.put)();
         EXPECT_TRUE(daemon->Running());
     }
 
@@ -158,6 +166,7 @@ protected:
         EXPECT_THAT(traces->LateBut(version), IsEmpty());
         EXPECT_FALSE(sandbox->FileExists(UnexpectedTrace)) << "a remedy of a healthy job has run";
         figures.Count("good versions taken up");
+        figures.Count("jobs of these", version.jobs);
         figures.Count("first checks seen", static_cast<std::int64_t>(version.checks.size()));
         inForce = version;
     }
@@ -221,8 +230,8 @@ protected:
 
 TEST_F(ReloadStorm, LeavesTheGoodVersionsInForceAndTheDaemonAsItWas) {
     figures.Count("rounds", 0);
-    for (const std::string& kind : Kinds) {
-        figures.Count("    " + kind, 0);
+    for (const Kind& kind : Kinds()) {
+        figures.Count("    " + kind.name, 0);
     }
     const Version first = New(MostJobs);  // some of what it needs stays with the allocator
     Configure(first.content);
@@ -246,7 +255,9 @@ TEST_F(ReloadStorm, LeavesTheGoodVersionsInForceAndTheDaemonAsItWas) {
     if (!RunsUnderSanitizer()) {  // what is freed stays with a sanitizer for a while
         EXPECT_LE(ResidentKiB(daemon->Pid()), 1.1 * memory + 2048);
     }
+    const auto asked = Clock::now();
     ASSERT_NO_FATAL_FAILURE(StopDaemon(Generous));
+    figures.Largest("end, s", SecondsBetween(asked, Clock::now()));
     figures.Tell("exit status", "0");
     ExpectOnlyLinesOfLoads();
 }
