@@ -15,6 +15,7 @@ struct Preparation {
     std::string configuration;
     std::string trace;        // left once the work begins; empty when it is the daemon's first
     std::string replacement;  // put in place after that; its load begins the work
+    int replacementJobs = 0;
 };
 
 /// The name of its Marker.
@@ -103,6 +104,7 @@ inline Preparation Alike(const std::string& command, const std::string& checkAtt
 inline Preparation Replacement(Dice& dice) {
     const std::string seconds = dice.Pick(std::vector<std::string>{"5", "6", "7", VeryLong()});
     Preparation prepared = Alike("sleep " + seconds, "delay=\"300\"", "");
+    prepared.replacementJobs = 1;
     prepared.replacement = Configuration(Marker(ReplacementMarker) +
                                          Job("new", Check("true", "delay=\"1\"") + Remedy("true")));
     return prepared;

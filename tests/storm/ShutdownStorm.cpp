@@ -1,3 +1,4 @@
+#include "storm/Ends.h"
 #include "storm/Leftovers.h"
 #include "storm/ShutdownPhases.h"
 #include "storm/Storm.h"
@@ -19,9 +20,38 @@ constexpr std::chrono::seconds Limit(60);
 const std::string Exited = "exits with status 0";
 const std::string InForeground = "rounds in the foreground";
 const std::string InBackground = "rounds in the background";
-const std::string MetNoWorkers = "SIGTERM met a foreground process without workers";
-const std::string MetSomeWorkers = "SIGTERM met one with some of its workers";
-const std::string MetAllWorkers = "SIGTERM met one with all its workers";
+
+/// What workers SIGTERM met, in the foreground, in each phase by itself: tells that the instants
+/// are spread over its work.
+class Meetings {
+public:
+    static inline const std::string Without = "without workers";
+    static inline const std::string Some = "with some";
+    static inline const std::string All = "with all";
+    static inline const std::string Replaced = "with those to be replaced";
+
+    void Count(const ShutdownPhase& phase, const std::string& met) {
+        counts_.Count(phase.name + met);
+    }
+    std::int64_t Of(const std::string& phase, const std::string& met) const {
+        return counts_.CountOf(phase + met);
+    }
+    void TellOf(const ShutdownPhase& phase, Figures& figures) const {
+        std::string names = "    " + phase.name + ": met";
+        std::string counts;
+        for (const std::string& met : {Without, Some, All, Replaced}) {
+            if (met == Replaced && Of(phase.name, met) == 0) {
+                continue;
+            }
+            names += (counts.empty() ? " " : " / ") + met;
+            counts += (counts.empty() ? "" : " / ") + std::to_string(Of(phase.name, met));
+        }
+        figures.Tell(names, counts);
+    }
+
+private:
+    Figures counts_;  // never printed
+};
 
 /// Whether a signal that ends a process would be kept for it, or is caught by it.
 bool IsReadyForSignals(pid_t process) {
@@ -47,9 +77,10 @@ bool WaitClosely(F condition) {
 /// Sends SIGTERM to the daemon whatever it is doing: it has to end at once, and in order.
 class ShutdownStorm : public DaemonTest {
 public:
-    void Round(const ShutdownPhase& phase, Dice& dice, Figures& figures) {
+    void Round(const ShutdownPhase& phase, Dice& dice, Figures& figures, Meetings& meetings) {
         SetUp();  // also a log of its own, which stays short
         ASSERT_TRUE(sandbox);
+        toBeReplaced_.clear();
         const Preparation prepared = phase.prepare(dice);
         const bool inBackground = dice.UpTo(2) == 0;
         const std::chrono::microseconds instant = InstantIn(phase, dice);
@@ -64,8 +95,12 @@ public:
         ASSERT_NO_FATAL_FAILURE(inBackground ? StartInBackground() : StartInForeground());
         ASSERT_NO_FATAL_FAILURE(AwaitWork(prepared));
         std::this_thread::sleep_for(instant);
+        if (!inBackground) {
+            Measure(figures);
+            meetings.Count(phase, MetBy(prepared));
+        }
         ASSERT_NO_FATAL_FAILURE(inBackground ? StopInBackground(figures)
-                                             : StopInForeground(prepared, figures));
+                                             : StopInForeground(figures));
         EXPECT_THAT(Lines(), Each(Not(HasSubstr(" local4.err "))));
     }
 
@@ -88,7 +123,7 @@ private:
 
     /// Goes on as soon as there is a parent, which may not have its child yet.
     void StartInBackground() {
-        StartDaemon({});
+        StartDaemon({}, Ends::Recorded());
         ASSERT_EQ(EndOfDaemon(Limit), std::optional<int>(0)) << "the first process";
         ASSERT_TRUE(WaitClosely([&] {
             for (const DaemonProcess& process : DaemonProcesses(*sandbox)) {
@@ -109,6 +144,7 @@ private:
                 WaitUntil([&] { return sandbox->FileExists(TracePath(prepared.trace)); }, Limit));
         }
         if (!prepared.replacement.empty()) {
+            toBeReplaced_ = StatusFieldOfThreads(target_, "Pid");
             Configure(prepared.replacement);
             ASSERT_TRUE(sandbox->WaitForLog(
                 [&](const auto& /*lines*/) {
@@ -120,9 +156,7 @@ private:
 
     // ---- from the instant on
 
-    void StopInForeground(const Preparation& prepared, Figures& figures) {
-        CountThreads(prepared, figures);
-        figures.Largest("most resident memory, MiB", ResidentKiB(target_) / 1024);
+    void StopInForeground(Figures& figures) {
         const auto asked = Clock::now();
         ASSERT_TRUE(daemon->Signal(SIGTERM)) << "the daemon runs no longer";
         const auto end = EndOfDaemon(Limit);
@@ -135,6 +169,7 @@ private:
     }
 
     void StopInBackground(Figures& figures) {
+        const Ends ends(*sandbox);
         const auto asked = Clock::now();
         ASSERT_EQ(kill(target_, SIGTERM), 0) << "the parent runs no longer";
         const bool ended = WaitUntil([&] { return DaemonProcesses(*sandbox).empty(); }, Limit);
@@ -143,15 +178,40 @@ private:
         ASSERT_TRUE(ended) << "processes of the daemon are left";
         sandbox->WaitForLog([&](const auto& /*lines*/) { return Exits().size() >= 2; }, Generous);
         EXPECT_THAT(Exits(), UnorderedElementsAre("P  exit(0)", "C  exit(0)"));
-        figures.Count(Exited, 2);
+        for (const std::string& line : LinesWith(" exit(")) {
+            const std::optional<int> end = ends.WaitFor(NumberIn(line), Generous);
+            EXPECT_EQ(end, std::optional<int>(0)) << line;
+            figures.Count(Exited, end == 0 ? 1 : 0);
+        }
     }
 
-    /// How far it was, which tells that the instants are spread over its work.
-    void CountThreads(const Preparation& prepared, Figures& figures) const {
+    void Measure(Figures& figures) const {
+        figures.Largest("most threads", ThreadCount(target_));
+        figures.Largest("most descriptors", static_cast<double>(OpenDescriptors(target_).size()));
+        figures.Largest("most resident memory, MiB", ResidentKiB(target_) / 1024);
+    }
+
+    /// Which workers SIGTERM is about to meet.
+    std::string MetBy(const Preparation& prepared) const {
+        if (HasThreadsToBeReplaced()) {
+            return Meetings::Replaced;
+        }
         const int threads = ThreadCount(target_);
-        figures.Count(threads == 1                       ? MetNoWorkers
-                      : threads == 3 * prepared.jobs + 1 ? MetAllWorkers
-                                                         : MetSomeWorkers);
+        const int jobs = prepared.replacement.empty() ? prepared.jobs : prepared.replacementJobs;
+        return threads == 1              ? Meetings::Without
+               : threads == 3 * jobs + 1 ? Meetings::All
+                                         : Meetings::Some;
+    }
+
+    /// Whether it still has a thread of the jobs that are being replaced.
+    bool HasThreadsToBeReplaced() const {
+        if (toBeReplaced_.empty()) {
+            return false;  // saves the time that looking at many threads would take
+        }
+        const auto threads = StatusFieldOfThreads(target_, "Pid");
+        return std::any_of(threads.begin(), threads.end(), [this](const auto& thread) {
+            return thread.first != target_ && toBeReplaced_.count(thread.first) != 0;
+        });
     }
 
     std::vector<std::string> LinesWith(const std::string& text) const {
@@ -173,20 +233,27 @@ private:
         return exits;
     }
 
-    pid_t target_ = -1;  // of SIGTERM
+    /// The number of the process that wrote a line.
+    static std::string NumberIn(const std::string& line) {
+        const std::string numberOn = line.substr(line.find(".debug ") + 7);
+        return numberOn.substr(0, numberOn.find(':'));
+    }
+
+    pid_t target_ = -1;                          // of SIGTERM
+    std::map<pid_t, std::string> toBeReplaced_;  // its threads then, by number
 };
 
 TEST(ShutdownStormTest, EndsInOrderWhateverItIsDoing) {
     const Leftovers leftovers;
     const int lanes = BusyLanes();
     Figures figures;
+    Meetings meetings;
     figures.Tell("lanes", std::to_string(lanes));
     figures.Count("rounds", 0);
     for (const ShutdownPhase& phase : ShutdownPhases) {
         figures.Count("rounds " + phase.name, 0);
     }
-    for (const std::string& name :
-         {InForeground, InBackground, Exited, MetNoWorkers, MetSomeWorkers, MetAllWorkers}) {
+    for (const std::string& name : {InForeground, InBackground, Exited}) {
         figures.Count(name, 0);
     }
 
@@ -198,7 +265,7 @@ TEST(ShutdownStormTest, EndsInOrderWhateverItIsDoing) {
     }
     RunLanes<ShutdownStorm>(lanes, [&](ShutdownStorm& lane, Dice& dice, int number) {
         std::size_t& turn = turns[static_cast<std::size_t>(number)];
-        lane.Round(ShutdownPhases[turn++ % ShutdownPhases.size()], dice, figures);
+        lane.Round(ShutdownPhases[turn++ % ShutdownPhases.size()], dice, figures, meetings);
     });
 
     leftovers.ExpectNone(figures);
@@ -206,7 +273,14 @@ TEST(ShutdownStormTest, EndsInOrderWhateverItIsDoing) {
         figures.CountOf(InForeground) + 2 * figures.CountOf(InBackground);
     figures.Tell(Exited,
                  std::to_string(figures.CountOf(Exited)) + " of " + std::to_string(processes));
+    for (const ShutdownPhase& phase : ShutdownPhases) {
+        meetings.TellOf(phase, figures);
+    }
     figures.Print();
+    if (Options().duration >= std::chrono::minutes(5)) {
+        EXPECT_GT(meetings.Of("loading", Meetings::Without), 0);
+        EXPECT_GT(meetings.Of("building the pool", Meetings::Some), 0);
+    }
     for (const ShutdownPhase& phase : ShutdownPhases) {
         EXPECT_GT(figures.CountOf("rounds " + phase.name), 0) << phase.name;
     }
