@@ -103,7 +103,7 @@ inline Preparation Alike(const std::string& command, const std::string& checkAtt
 /// Checks that end about when the replacement is loaded, some seconds after it, or not at all.
 inline Preparation Replacement(Dice& dice) {
     const std::string seconds = dice.Pick(std::vector<std::string>{"5", "6", "7", VeryLong()});
-    Preparation prepared = Alike("sleep " + seconds, "delay=\"300\"", "");
+    Preparation prepared = Alike("sleep " + seconds, "delay=\"1\"", "");
     prepared.replacementJobs = 1;
     prepared.replacement = Configuration(Marker(ReplacementMarker) +
                                          Job("new", Check("true", "delay=\"1\"") + Remedy("true")));
