@@ -126,7 +126,7 @@ inline Preparation PausesOfRemedies(Dice& /*dice*/) {
 
 inline const std::vector<ShutdownPhase> ShutdownPhases = {
     {"loading", shutdown::LargeFile, std::chrono::milliseconds(150)},
-    {"building the pool", shutdown::ManyJobs, std::chrono::milliseconds(150)},
+    {"building the pool", shutdown::ManyJobs, std::chrono::milliseconds(60)},
     {"running", shutdown::BusyJobs, std::chrono::milliseconds(4000)},
     {"replacing the jobs", shutdown::Replacement, std::chrono::milliseconds(2500)},
     {"in long commands", shutdown::LongCommands, std::chrono::milliseconds(1500)},
