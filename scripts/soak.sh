@@ -61,10 +61,10 @@ clock=$!
 
 failed=
 for name in $storms; do
-    process=${processes# }
-    process=${process%% *}
-    processes=${processes#* "$process"}
+    processes=${processes# }
+    process=${processes%% *}
     wait "$process" || failed="$failed $name"
+    processes=${processes#"$process"} # only now: an interruption ends those that are left
     echo "=== $name"
     cat "$results/$name"
 done
