@@ -1,3 +1,7 @@
+#include <algorithm>
+#include <map>
+#include <optional>
+
 #include "storm/Ends.h"
 #include "storm/Leftovers.h"
 #include "storm/ShutdownPhases.h"
