@@ -1,7 +1,9 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <functional>
 
 #include "support/SandboxDescriptor.h"
 #include "system/SystemLogFixture.h"
@@ -17,6 +19,8 @@ class FullLogTest : public LogTroubleTest {
 protected:
     static constexpr const char* Filling = "filling";
 
+    static std::int64_t Now() { return std::time(nullptr) * std::int64_t{1'000'000'000}; }
+
     /// Has the log read no longer and fills it, so that whoever writes to it has to wait.
     void FillLog() {
         sandbox->StopReadingLog();
@@ -25,10 +29,7 @@ protected:
     }
 
     /// Whether the heartbeat has stood still for longer than any pause of the daemon.
-    bool IsHeldUp() const {
-        const std::int64_t now = std::time(nullptr) * std::int64_t{1'000'000'000};
-        return SecondsBetween(TimeOf(ChildHeartbeat), now) > 7;
-    }
+    bool IsHeldUp() const { return SecondsBetween(TimeOf(ChildHeartbeat), Now()) > 7; }
 
     /// Has the load of a running daemon wait with a line for a log that nobody reads.
     void HoldUpALoad() {
@@ -36,6 +37,34 @@ protected:
         FillLog();
         Configure(Configuration(Marker("loaded") + Beside()));
         ASSERT_TRUE(WaitUntil([&] { return IsHeldUp(); }, Generous));
+    }
+
+    std::int64_t LastTrace(const std::string& name) const {
+        const std::vector<std::int64_t> traces = TracesOf(name);
+        return traces.empty() ? 0 : traces.back();
+    }
+
+    /// Waits until a command has left no trace for much longer than any cycle takes, up to the time
+    /// that `sign` tells of something that goes on.
+    bool WaitForStandstill(const std::string& trace, const std::function<std::int64_t()>& sign) {
+        return WaitUntil([&] { return SecondsBetween(LastTrace(trace), sign()) > 10; },
+                         std::chrono::seconds(120));
+    }
+    /// Waits for that while the silent job and the heartbeat go on.
+    bool WaitForStandstillOf(const std::string& trace) {
+        return WaitForStandstill(
+            trace, [&] { return std::min(LastTrace("beside"), TimeOf(ChildHeartbeat)); });
+    }
+
+    /// Expects, now that the log is read again, that all goes on, each line and each remedy has
+    /// come and no line but these.
+    void ExpectNothingLost(const ::testing::Matcher<std::string>& line) {
+        EXPECT_TRUE(WaitForMoreTraces("remedy", 2));
+        EXPECT_TRUE(WaitForMoreTraces("beside", 1));
+        StopDaemon();
+        EXPECT_TRUE(WaitForTraces("remedy", Announcements() - 1));  // the end may come before one
+        EXPECT_GE(Announcements(), TracesOf("remedy").size());
+        EXPECT_THAT(LinesButFilling(), Each(line));
     }
 
     /// Expects the daemon to end by itself, a long time before the log is read again.
@@ -75,36 +104,93 @@ private:
     }
 };
 
-TEST_F(FullLogTest, HoldsUpWhoWritesAndNobodyElseAndLosesNothing) {
+TEST_F(FullLogTest, HoldsUpAJobThatTellsOfItsRemedyAndNoneThatIsHealthy) {
     ConfigureLoggingAndSilentJob();
     StartDaemon();
     ASSERT_TRUE(WaitForTraces("remedy", 1));
 
     FillLog();
 
-    ExpectSilentJobAtWork();
-    ASSERT_TRUE(WaitUntilNoCommandRuns());
-    const std::size_t remedies = TracesOf("remedy").size();
-    ExpectSilentJobAtWork();
-    EXPECT_EQ(TracesOf("remedy").size(), remedies);  // its line comes before the remedy
+    EXPECT_TRUE(WaitForStandstillOf("remedy"));  // its line comes before it
     sandbox->ReadLogAgain();
-    EXPECT_TRUE(WaitForTraces("remedy", remedies + 2));
-    StopDaemon();
-    EXPECT_TRUE(WaitForTraces("remedy", Announcements() - 1));  // the end may come before the last
-    EXPECT_THAT(LinesButFilling(), Each(AnyOf(Announced(), Exit(0))));
+    ExpectNothingLost(AnyOf(Announced(), Exit(0)));
 }
 
-TEST_F(FullLogTest, HoldsUpALoadUntilItIsReadAgain) {
+// A cycle goes on once no job has a remedy pending, whosever it is.
+TEST_F(FullLogTest, HoldsUpEachJobThatFailsWhileAnotherTellsOfItsRemedy) {
+    const std::string well = PathOf("well");
+    ASSERT_TRUE(sandbox->WriteFile(well, ""));
+    const std::string unannounced =
+        Job("unannounced", Check("test -e " + well, "delay=\"1\"") +
+                               Remedy(NoteInShell("unannounced"), "", "ExecuteAlways"));
+    Configure(Configuration(LoggingJob() + unannounced + Beside()));
+    StartDaemon();
+    ASSERT_TRUE(WaitForTraces("remedy", 1));
+    FillLog();
+    ASSERT_TRUE(WaitForStandstillOf("remedy"));
+
+    ASSERT_TRUE(sandbox->RemoveFile(well));
+
+    ASSERT_TRUE(WaitForTraces("unannounced", 1));
+    EXPECT_TRUE(WaitForStandstillOf("unannounced"));
+    EXPECT_EQ(TracesOf("unannounced").size(), 1U);
+    sandbox->ReadLogAgain();
+    EXPECT_TRUE(WaitForTraces("unannounced", 3));
+    ExpectNothingLost(AnyOf(Announced(), Exit(0)));
+}
+
+TEST_F(FullLogTest, HoldsUpAllJobsAndNoHeartbeatWhileACheckTellsOfAnError) {
+    const std::string complaint =
+        "check error - DogCheckCommandWatch::DoWatch() no command!! complaining";
+    const std::string complaining = Job("complaining", Check("", "delay=\"1\"") + Remedy("true"));
+    Configure(Configuration(complaining + LoggingJob() + Beside()));
+    StartDaemon();
+    ASSERT_TRUE(WaitForTraces("remedy", 1));
+    ASSERT_TRUE(WaitForTraces("beside", 1));
+
+    FillLog();
+
+    EXPECT_TRUE(WaitForStandstill("beside", [&] { return TimeOf(ChildHeartbeat); }));
+    const std::size_t complaints = ArrivalsOf(Error(complaint)).size();
+    sandbox->ReadLogAgain();
+    EXPECT_TRUE(WaitForLine(Error(complaint), complaints + 3));
+    ExpectNothingLost(AnyOf(Error(complaint), Announced(), Exit(0)));
+}
+
+TEST_F(FullLogTest, HoldsUpALoadAndWithItAllJobsAndTheHeartbeat) {
     Configure(Configuration(Beside()));
     StartDaemon();
     ASSERT_NO_FATAL_FAILURE(HoldUpALoad());
 
-    sandbox->ReadLogAgain();
+    EXPECT_TRUE(WaitForStandstill("beside", Now));
+    EXPECT_TRUE(IsHeldUp());
 
+    sandbox->ReadLogAgain();
     EXPECT_TRUE(WaitForLine(Loaded("loaded")));
     ExpectSilentJobAtWork();
     StopDaemon();
     EXPECT_THAT(LinesButFilling(), ElementsAre(Loaded("loaded"), Exit(0)));
+}
+
+// The new pool has to wait for the end of the old one.
+TEST_F(FullLogTest, ThatHoldsUpAJobHoldsUpAReloadThatHasNothingToTell) {
+    ConfigureLoggingAndSilentJob();
+    StartDaemon();
+    ASSERT_TRUE(WaitForTraces("remedy", 1));
+    FillLog();
+    ASSERT_TRUE(WaitForStandstillOf("remedy"));
+    const std::size_t remedies = TracesOf("remedy").size();
+
+    Configure(Configuration(Beside()));
+
+    EXPECT_TRUE(WaitUntil([&] { return IsHeldUp(); }, Generous));
+    EXPECT_TRUE(WaitForStandstill("beside", Now));
+    sandbox->ReadLogAgain();
+    EXPECT_TRUE(WaitForTraces("remedy", remedies + 1));  // the one that has waited
+    ExpectSilentJobAtWork();
+    StopDaemon();
+    EXPECT_EQ(Announcements(), remedies + 1);
+    EXPECT_THAT(LinesButFilling(), Each(AnyOf(Announced(), Exit(0))));
 }
 
 TEST_F(FullLogTest, DoesNotKeepTheForegroundFromItsEnd) {
