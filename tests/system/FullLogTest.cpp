@@ -1,12 +1,7 @@
-#include <sys/socket.h>
-#include <sys/un.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <functional>
 
-#include "support/SandboxDescriptor.h"
-#include "system/SystemLogFixture.h"
+#include "system/FullLogFixture.h"
 
 namespace kennly::test {
 
@@ -14,31 +9,9 @@ using ::testing::AnyOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
 
-/// The log is there, and takes no more lines because nobody reads it.
-class FullLogTest : public LogTroubleTest {
+/// What a log that nobody reads holds up.
+class FullLogTest : public FullLogFixture {
 protected:
-    static constexpr const char* Filling = "filling";
-
-    static std::int64_t Now() { return std::time(nullptr) * std::int64_t{1'000'000'000}; }
-
-    /// Has the log read no longer and fills it, so that whoever writes to it has to wait.
-    void FillLog() {
-        sandbox->StopReadingLog();
-        while (WriteToLog()) {  // one of them may write no more although there is room
-        }
-    }
-
-    /// Whether the heartbeat has stood still for longer than any pause of the daemon.
-    bool IsHeldUp() const { return SecondsBetween(TimeOf(ChildHeartbeat), Now()) > 7; }
-
-    /// Has the load of a running daemon wait with a line for a log that nobody reads.
-    void HoldUpALoad() {
-        ASSERT_TRUE(WaitForTraces("beside", 1));
-        FillLog();
-        Configure(Configuration(Marker("loaded") + Beside()));
-        ASSERT_TRUE(WaitUntil([&] { return IsHeldUp(); }, Generous));
-    }
-
     std::int64_t LastTrace(const std::string& name) const {
         const std::vector<std::int64_t> traces = TracesOf(name);
         return traces.empty() ? 0 : traces.back();
@@ -65,42 +38,6 @@ protected:
         EXPECT_TRUE(WaitForTraces("remedy", Announcements() - 1));  // the end may come before one
         EXPECT_GE(Announcements(), TracesOf("remedy").size());
         EXPECT_THAT(LinesButFilling(), Each(line));
-    }
-
-    /// Expects the daemon to end by itself, a long time before the log is read again.
-    void ExpectEnd() {
-        EXPECT_EQ(EndOfDaemon(), std::optional<int>(0));
-        sandbox->ReadLogAgain();
-    }
-
-    std::vector<std::string> LinesButFilling() const {
-        std::vector<std::string> lines;
-        for (const std::string& line : Lines()) {
-            if (line.find(Filling) == std::string::npos) {
-                lines.push_back(line);
-            }
-        }
-        return lines;
-    }
-
-private:
-    /// Writes as much as one sender can without waiting. Returns whether it was anything.
-    bool WriteToLog() const {
-        const Descriptor sender(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        sandbox->PathInside("/dev/log").copy(address.sun_path, sizeof address.sun_path - 1);
-        const auto* const log = reinterpret_cast<const sockaddr*>(&address);
-        if (connect(sender.Get(), log, sizeof address) != 0) {
-            ADD_FAILURE() << "cannot reach the log: " << std::strerror(errno);
-            return false;
-        }
-        bool any = false;
-        while (send(sender.Get(), Filling, std::strlen(Filling), MSG_DONTWAIT) > 0) {
-            any = true;
-        }
-        EXPECT_EQ(errno, EAGAIN);
-        return any;
     }
 };
 
@@ -191,67 +128,6 @@ TEST_F(FullLogTest, ThatHoldsUpAJobHoldsUpAReloadThatHasNothingToTell) {
     StopDaemon();
     EXPECT_EQ(Announcements(), remedies + 1);
     EXPECT_THAT(LinesButFilling(), Each(AnyOf(Announced(), Exit(0))));
-}
-
-TEST_F(FullLogTest, DoesNotKeepTheForegroundFromItsEnd) {
-    Configure(Configuration(Beside()));
-    StartDaemon();
-    ASSERT_TRUE(WaitForTraces("beside", 1));
-    FillLog();
-
-    ASSERT_TRUE(daemon->Signal(SIGTERM));
-
-    ExpectEnd();
-}
-
-TEST_F(FullLogTest, ThatHoldsUpAJobDoesNotKeepTheForegroundFromItsEnd) {
-    ConfigureLoggingAndSilentJob();
-    StartDaemon();
-    ASSERT_TRUE(WaitForTraces("remedy", 1));
-    FillLog();
-    ExpectSilentJobAtWork();  // by then the other one waits
-
-    ASSERT_TRUE(daemon->Signal(SIGTERM));
-
-    ExpectEnd();
-}
-
-// The log is the C library's, which begins again whenever a signal interrupts it.
-TEST_F(FullLogTest, ThatHoldsUpALoadHoldsUpTheEndOfTheForegroundToo) {
-    Configure(Configuration(Beside()));
-    StartDaemon();
-    ASSERT_NO_FATAL_FAILURE(HoldUpALoad());
-    ASSERT_TRUE(daemon->Signal(SIGTERM));
-    ASSERT_FALSE(EndOfDaemon(std::chrono::seconds(7)));
-
-    sandbox->ReadLogAgain();
-
-    EXPECT_EQ(EndOfDaemon(), std::optional<int>(0));
-    EXPECT_TRUE(WaitForLine(Exit(0)));
-    EXPECT_THAT(LinesButFilling(), ElementsAre(Loaded("loaded"), Exit(0)));
-}
-
-TEST_F(FullLogTest, ThatHoldsUpALoadDoesNotKeepATreeFromItsEnd) {
-    Configure(Configuration(Beside()));
-    StartTrees({}, MainTree);
-    ASSERT_NO_FATAL_FAILURE(HoldUpALoad());
-
-    SendTo("P ", SIGTERM);
-
-    EXPECT_TRUE(WaitUntilOnly({}));
-}
-
-TEST_F(FullLogTest, DoesNotKeepATreeFromItsEnd) {
-    ConfigureLoggingAndSilentJob();
-    StartTrees({"-w"}, BothTrees);
-    ASSERT_TRUE(WaitForTraces("remedy", 1));
-    FillLog();
-    ExpectSilentJobAtWork();
-
-    SendTo("P ", SIGTERM);
-    SendTo("WP", SIGTERM);
-
-    EXPECT_TRUE(WaitUntilOnly({}));
 }
 
 }  // namespace kennly::test

@@ -8,8 +8,8 @@ foreach(name
 endforeach()
 foreach(name
         AllocationFailureTest BothHangTest ClockJumpTest DescriptorShortageTest DescriptorTest
-        FileChangeTest FileFailureTest FileStaleTest FullDiskTest FullLogTest HangTest MemoryTest
-        RecordFailureTest RecoveryTest RestartTreeTest SamplesTest ScaleTest ShellFailureTest SystemLogTest
+        FileChangeTest FileFailureTest FileStaleTest FullDiskTest FullLogEndTest FullLogTest HangTest
+        MemoryTest RecordFailureTest RecoveryTest RestartTreeTest SamplesTest ScaleTest ShellFailureTest SystemLogTest
         ThreadFailureTest)
     kennly_unit_test(${name} LABEL system TIMEOUT 600)
 endforeach()
