@@ -36,7 +36,12 @@ storms="Start Shutdown Reload Heartbeat"
 results=$(mktemp -d)
 processes=
 clock=
-trap 'kill $processes $clock 2>/dev/null; rm -rf "$results"; exit 130' INT TERM
+end_all() {
+    for process in $processes $clock; do
+        kill "$process" 2>/dev/null || true # it may have ended
+    done
+}
+trap 'end_all; exit 130' INT TERM
 trap 'rm -rf "$results"' EXIT
 for name in $storms; do
     "$build/tests/storm/storm_${name}Storm" --seconds=$seconds --seed="$seed" >"$results/$name" 2>&1 &

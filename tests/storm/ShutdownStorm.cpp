@@ -1,6 +1,6 @@
 #include <algorithm>
-#include <map>
 #include <optional>
+#include <set>
 
 #include "storm/Ends.h"
 #include "storm/Leftovers.h"
@@ -148,7 +148,9 @@ private:
                 WaitUntil([&] { return sandbox->FileExists(TracePath(prepared.trace)); }, Limit));
         }
         if (!prepared.replacement.empty()) {
-            toBeReplaced_ = StatusFieldOfThreads(target_, "Pid");
+            for (const auto& thread : StatusFieldOfThreads(target_, "Pid")) {
+                toBeReplaced_.insert(thread.first);
+            }
             Configure(prepared.replacement);
             ASSERT_TRUE(sandbox->WaitForLog(
                 [&](const auto& /*lines*/) {
@@ -243,8 +245,8 @@ private:
         return numberOn.substr(0, numberOn.find(':'));
     }
 
-    pid_t target_ = -1;                          // of SIGTERM
-    std::map<pid_t, std::string> toBeReplaced_;  // its threads then, by number
+    pid_t target_ = -1;             // of SIGTERM
+    std::set<pid_t> toBeReplaced_;  // its threads then
 };
 
 TEST(ShutdownStormTest, EndsInOrderWhateverItIsDoing) {

@@ -2,12 +2,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <map>
 #include <mutex>
-#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/Dice.h"

@@ -46,8 +46,7 @@ bool GetFileTime(const std::string& path, std::int32_t& seconds) {
             ++file.looks;
         }
     }
-    thread_local test::Dice dice(test::Seed, 1);
-    test::Spin(dice.UpTo(300));
+    test::SpinUpTo(300);
     return true;
 }
 

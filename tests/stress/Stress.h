@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "support/Dice.h"
 #include "support/Sanitizers.h"
 
 namespace kennly::test {
@@ -19,14 +20,21 @@ constexpr int Rounds(int all) {
     return WithThreadSanitizer ? all / 5 : all;
 }
 
-/// For Dice, with one stream for each thread: the numbers of every run are the same; what differs
-/// is only how the machine schedules threads.
+/// For Dice: the numbers of every run are the same; what differs is only how the machine schedules
+/// threads.
 inline constexpr std::uint32_t Seed = 20250311;
 
 /// Keeps the processor busy for about so many of its shortest steps.
 inline void Spin(std::uint32_t steps) {
     for (std::atomic<std::uint32_t> left{steps}; left > 0; --left) {
     }
+}
+
+/// The same for up to so many, each thread with random choices of its own.
+inline void SpinUpTo(std::uint32_t most) {
+    static std::atomic<std::uint32_t> streams{0};
+    thread_local Dice dice(Seed, ++streams);
+    Spin(dice.UpTo(most));
 }
 
 /// Asks without pausing until `condition` holds. Returns false when it does not

@@ -39,9 +39,7 @@ std::mutex threadsLock;
 std::vector<pthread_t> unjoinedThreads;  // guarded by threadsLock
 
 void SpinAtRandom() {
-    static std::atomic<std::uint32_t> streams{0};
-    thread_local kennly::test::Dice dice(kennly::test::Seed, ++streams);
-    kennly::test::Spin(dice.UpTo(1000));
+    kennly::test::SpinUpTo(1000);
 }
 
 }  // namespace

@@ -220,8 +220,8 @@ private:
 
     /// Whether the jobs run that fail again and again, and not only have run before the failure.
     bool GoOn(int load) {
-        if (Told().first >= Cost::OneLoad) {
-            return true;  // none of its jobs can have run before
+        if (Told().first >= Cost::AllJobs) {
+            return true;  // until the next load they do not
         }
         std::vector<std::string> jobs = SurvivorsOf(load);
         Remove(JobsOf(load)[1], jobs);

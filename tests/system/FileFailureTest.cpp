@@ -64,7 +64,7 @@ public:
         EXPECT_THAT(Lines(), UnorderedElementsAreArray(ExitsOf(MainTree)));
     }
 
-    /// The program looks at the file by the first call, and reads it by the second.
+    /// Expects that a load fails, and is tried again, as long as the call does.
     void ExpectFailedLoads(const std::string& call, int error, const std::string& content) {
         StartWithJobBeside();
         Fail(Fault(call, error, "kennly.xml"));

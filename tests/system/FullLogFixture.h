@@ -28,8 +28,8 @@ protected:
         }
     }
 
-    /// Whether the heartbeat has stood still for longer than any pause of the daemon.
-    bool IsHeldUp() const { return SecondsBetween(TimeOf(ChildHeartbeat), Now()) > 7; }
+    /// Whether the heartbeat has stood still for much longer than any pause of the daemon.
+    bool IsHeldUp() const { return SecondsBetween(TimeOf(ChildHeartbeat), Now()) > 12; }
 
     /// Has the load of a running daemon wait with a line for a log that nobody reads.
     void HoldUpALoad() {

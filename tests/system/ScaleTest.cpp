@@ -239,7 +239,7 @@ protected:
     }
 
     /// The number of jobs that have looked at their file, as the records tell that they leave at
-    /// their end. Removes these: the sandbox has no room for those of many jobs more.
+    /// their end. Removes these: the sandbox has no room for those of many more jobs.
     int TakeRecords() const {
         int count = 0;
         const std::string path = sandbox->PathInside(DataDirectory + "/config/filetimes");
