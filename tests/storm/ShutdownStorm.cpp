@@ -148,9 +148,7 @@ private:
                 WaitUntil([&] { return sandbox->FileExists(TracePath(prepared.trace)); }, Limit));
         }
         if (!prepared.replacement.empty()) {
-            for (const auto& thread : StatusFieldOfThreads(target_, "Pid")) {
-                toBeReplaced_.insert(thread.first);
-            }
+            toBeReplaced_ = ThreadNumbers(target_);
             Configure(prepared.replacement);
             ASSERT_TRUE(sandbox->WaitForLog(
                 [&](const auto& /*lines*/) {
@@ -214,9 +212,9 @@ private:
         if (toBeReplaced_.empty()) {
             return false;  // saves the time that looking at many threads would take
         }
-        const auto threads = StatusFieldOfThreads(target_, "Pid");
-        return std::any_of(threads.begin(), threads.end(), [this](const auto& thread) {
-            return thread.first != target_ && toBeReplaced_.count(thread.first) != 0;
+        const std::set<pid_t> threads = ThreadNumbers(target_);
+        return std::any_of(threads.begin(), threads.end(), [this](pid_t thread) {
+            return thread != target_ && toBeReplaced_.count(thread) != 0;
         });
     }
 

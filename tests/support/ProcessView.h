@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -103,10 +104,19 @@ inline std::map<pid_t, std::string> StatusFieldOfThreads(pid_t process, const st
     return values;
 }
 
-/// The number of its threads, 0 when it is gone.
+/// The numbers of its threads; none when it is gone.
+inline std::set<pid_t> ThreadNumbers(pid_t process) {
+    std::set<pid_t> threads;
+    for (const auto& [thread, number] : StatusFieldOfThreads(process, "Pid")) {
+        threads.insert(thread);
+    }
+    return threads;
+}
+
+/// How many they are. Without the thread sanitizer, it is told faster than which.
 inline int ThreadCount(pid_t process) {
     if (RunsUnderThreadSanitizer()) {
-        return static_cast<int>(StatusFieldOfThreads(process, "Pid").size());
+        return static_cast<int>(ThreadNumbers(process).size());
     }
     return std::atoi(StatusField(process, "Threads").c_str());
 }

@@ -9,8 +9,8 @@ endforeach()
 foreach(name
         AllocationFailureTest BothHangTest ClockJumpTest DescriptorShortageTest DescriptorTest
         FileChangeTest FileFailureTest FileStaleTest FullDiskTest FullLogEndTest FullLogTest HangTest
-        MemoryTest RecordFailureTest RecoveryTest RestartTreeTest SamplesTest ScaleTest ShellFailureTest SystemLogTest
-        ThreadFailureTest)
+        MemoryTest RecordFailureTest RecoveryTest RestartTreeTest SamplesTest ScaleTest ShellFailureTest
+        SystemLogTest ThreadFailureTest)
     kennly_unit_test(${name} LABEL system TIMEOUT 600)
 endforeach()
 # These wait the longest, and so are started first.
