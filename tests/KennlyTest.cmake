@@ -1,8 +1,24 @@
+# kennly_symbol(<function> <variable>)
+#
+# Sets the variable to the name of the symbol that a call of a C function refers to: in 32 bit, those that
+# take 64-bit times have another one. Knows the functions that tests replace so far.
+function(kennly_symbol function variable)
+    set(${variable} ${function} PARENT_SCOPE)
+    if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+        if(function STREQUAL "time" OR function STREQUAL "nanosleep")
+            set(${variable} __${function}64 PARENT_SCOPE)
+        elseif(function STREQUAL "prctl")
+            set(${variable} __prctl_time64 PARENT_SCOPE)
+        endif()
+    endif()
+endfunction()
+
 # kennly_unit_test(<folder>/<Name>Test [WRAP function...] [WITH stand-in...] [TIMEOUT seconds] [LABEL label])
 #
 # One executable and one CTest entry from <folder>/<Name>Test.cpp below the current directory. The target
 # kennly_tests_<label> builds all of a label: unit (the default), system or stress.
-# WRAP:  C functions that the test replaces when linking; it defines __wrap_<function>.
+# WRAP:  C functions that the test replaces when linking; it defines __wrap_<function>, and may call
+#        __real_<function>, whatever the symbol is.
 # WITH:  stand-ins of tests/support: RecordedLog (records what goes to the system log), RecordedPauses
 #        (records pauses instead of sleeping), FailingAllocation (makes operator new fail on demand),
 #        ScriptedShell (records the command lines of system() and answers them on demand), ObservedOpening
@@ -23,7 +39,12 @@ function(kennly_unit_test path)
         target_link_libraries(${target} PRIVATE kennly_${stand_in})
     endforeach()
     foreach(function IN LISTS ARG_WRAP)
-        target_link_options(${target} PRIVATE -Wl,--wrap=${function})
+        kennly_symbol(${function} symbol)
+        target_link_options(${target} PRIVATE -Wl,--wrap=${symbol})
+        if(NOT symbol STREQUAL function)
+            target_compile_definitions(${target} PRIVATE
+                __wrap_${function}=__wrap_${symbol} __real_${function}=__real_${symbol})
+        endif()
     endforeach()
     target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     target_link_libraries(${target} PRIVATE kennlycore GTest::gmock GTest::gtest GTest::gtest_main)

@@ -102,7 +102,7 @@ std::string PathOf(int file) {
 }
 
 std::time_t Shift() {
-    return std::atol(ContentOf(PathIn("CLOCK_SHIFT")).c_str());
+    return std::atoll(ContentOf(PathIn("CLOCK_SHIFT")).c_str());
 }
 
 }  // namespace
@@ -172,7 +172,9 @@ std::time_t time(std::time_t* result) {
 }
 
 int clock_gettime(clockid_t clock, timespec* result) {
-    static const auto next = Next<int(clockid_t, timespec*)>("clock_gettime");
+    // In 32 bit, the one without a number in its name has 32-bit times.
+    constexpr const char* name = sizeof(long) == 4 ? "__clock_gettime64" : "clock_gettime";
+    static const auto next = Next<int(clockid_t, timespec*)>(name);
     const int outcome = next(clock, result);
     if (outcome == 0 && (clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE)) {
         result->tv_sec += Shift();

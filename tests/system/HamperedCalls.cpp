@@ -1,5 +1,6 @@
 #include <dlfcn.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/types.h>
 #include <unistd.h>
 

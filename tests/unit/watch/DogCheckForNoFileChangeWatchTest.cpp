@@ -21,34 +21,25 @@
 
 namespace {
 
-// What time() says, under whichever name the build calls it.
+// What time() says.
 struct Calendar {
     long long now = 0;
     int readings = 0;
 } calendar;
-
-std::time_t ReadCalendar(std::time_t* copy) {
-    ++calendar.readings;
-    const auto now = static_cast<std::time_t>(calendar.now);
-    if (copy != nullptr) {
-        *copy = now;
-    }
-    return now;
-}
 
 }  // namespace
 
 extern "C" {
 
 std::time_t __wrap_time(std::time_t* copy);
-std::time_t __wrap___time64(std::time_t* copy);
 
 std::time_t __wrap_time(std::time_t* copy) {
-    return ReadCalendar(copy);
-}
-
-std::time_t __wrap___time64(std::time_t* copy) {
-    return ReadCalendar(copy);
+    ++calendar.readings;
+    const auto now = static_cast<std::time_t>(calendar.now);
+    if (copy != nullptr) {
+        *copy = now;
+    }
+    return now;
 }
 }
 

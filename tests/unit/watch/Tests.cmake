@@ -3,7 +3,7 @@ kennly_unit_test(watch/DogCheckCommandWatchTest WITH RecordedLog FailingAllocati
 kennly_unit_test(watch/DogCheckForFileChangeWatchTest
     WITH RecordedLog FailingAllocation ObservedOpening TIMEOUT 10)
 kennly_unit_test(watch/DogCheckForNoFileChangeWatchTest
-    WITH RecordedLog ObservedOpening WRAP time __time64 TIMEOUT 10)
+    WITH RecordedLog ObservedOpening WRAP time TIMEOUT 10)
 kennly_unit_test(watch/DogWatchTest WITH RecordedLog)
 kennly_unit_test(watch/ProcessWatchTest WITH RecordedLog)
 kennly_unit_test(watch/SocketWatchesTest WITH RecordedLog)
