@@ -20,8 +20,8 @@ inline constexpr int MaxAttributes = 1000;
 /// opened and read to its end ("Failed to open file", as TinyXML has it), it is not a regular one
 /// (a FIFO would block for ever, a directory takes all memory), its elements nest deeper than
 /// MaxNesting, one of them has more attributes than MaxAttributes, or it is UTF-8 and ends inside a
-/// character. All other faults are left to TinyXML's own verdict. Throws std::bad_alloc for a file
-/// that does not fit into memory. Any thread may call it.
+/// character. All other faults are left to TinyXML's own verdict. Throws std::bad_alloc or
+/// std::length_error for a file that does not fit into memory. Any thread may call it.
 std::string InspectConfigFile(const char* path);
 
 }  // namespace kennly

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <string>
 
+#include "config/FileTime.h"
 #include "config/Number.h"
 #include "job/ResultCode.h"
 #include "watch/WatchedFile.h"
@@ -18,11 +19,6 @@ std::int32_t GreatestAgeSeconds(const std::string& text) {
     return text.empty() ? usualSeconds : std::max(NumberFromText(text.c_str()), leastSeconds);
 }
 
-std::int32_t AgeInSeconds(std::int32_t fileTime) {
-    const auto now = static_cast<std::uint32_t>(std::time(nullptr));
-    return static_cast<std::int32_t>(now - static_cast<std::uint32_t>(fileTime));
-}
-
 }  // namespace
 
 std::int32_t DogCheckForNoFileChangeWatch::DoWatch() {
@@ -34,8 +30,8 @@ std::int32_t DogCheckForNoFileChangeWatch::Judge(std::int32_t fileTime) {
         lastFileTime = fileTime;
         return ResultHealthy;
     }
-    return AgeInSeconds(fileTime) > GreatestAgeSeconds(params.back()) ? ResultFailed
-                                                                      : ResultHealthy;
+    const std::int32_t age = AgeInSeconds(fileTime, std::time(nullptr));
+    return age > GreatestAgeSeconds(params.back()) ? ResultFailed : ResultHealthy;
 }
 
 }  // namespace kennly

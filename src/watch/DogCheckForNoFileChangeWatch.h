@@ -22,8 +22,7 @@ public:
     /// the future; ResultNotEvaluated when there are not exactly two parameters, when the path is
     /// empty and when anything throws. Logs nothing.
     ///
-    /// Ages are taken modulo 2^32 and read as signed, so that the wrap of 32-bit times in 2038 does
-    /// no harm; a file older than 68 years counts as one of the future.
+    /// A file older than 68 years counts as one of the future (see AgeInSeconds).
     std::int32_t DoWatch() override;
 
     std::int32_t lastFileTime = NoFileTime;  // seconds since the epoch at the last look

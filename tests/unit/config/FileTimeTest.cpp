@@ -1,7 +1,6 @@
 #include "config/FileTime.h"
 
 #include <gtest/gtest.h>
-#include <sys/types.h>
 
 #include <ctime>
 #include <filesystem>
@@ -13,8 +12,10 @@
 
 namespace kennly::test {
 
-// Of large files and late dates, too, in a 32-bit process.
-static_assert(sizeof(off_t) == 8 && sizeof(time_t) == 8);
+constexpr std::int32_t Lowest = std::numeric_limits<std::int32_t>::min();
+constexpr std::int32_t Highest = std::numeric_limits<std::int32_t>::max();
+constexpr std::time_t TwoTo31 = std::time_t{1} << 31;  // in January 2038
+constexpr std::time_t TwoTo32 = std::time_t{1} << 32;  // in February 2106
 
 class FileTimeTest : public ::testing::Test {
 protected:
@@ -40,8 +41,8 @@ TEST_F(FileTimeTest, KeepsTheLow32BitsOfEveryTime) {
         {1, 1},
         {-1, -1},
         {-1160660271, NoFileTime},
-        {2147483647, std::numeric_limits<std::int32_t>::max()},
-        {2147483648, std::numeric_limits<std::int32_t>::min()},
+        {2147483647, Highest},
+        {2147483648, Lowest},
         {4294967295, -1},
         {4294967301, 5},
     };
@@ -51,7 +52,7 @@ TEST_F(FileTimeTest, KeepsTheLow32BitsOfEveryTime) {
         if (!directory.SetTime("file", static_cast<std::time_t>(row.stored))) {
             notStored += " " + std::to_string(row.stored);
             // Every file system can store a time that is in 31 bits.
-            EXPECT_TRUE(row.stored < 0 || row.stored > std::numeric_limits<std::int32_t>::max());
+            EXPECT_TRUE(row.stored < 0 || row.stored > Highest);
             continue;
         }
         std::int32_t seconds = 77;
@@ -63,6 +64,18 @@ TEST_F(FileTimeTest, KeepsTheLow32BitsOfEveryTime) {
     if (!notStored.empty()) {
         GTEST_SKIP() << "the file system cannot store:" << notStored;
     }
+}
+
+TEST_F(FileTimeTest, IsKnownOfAFileOfMoreThan2GiB) {
+    constexpr std::uintmax_t size = 5'000'000'000;  // of which nothing is stored
+    std::filesystem::resize_file(path, size);
+    ASSERT_EQ(std::filesystem::file_size(path), size);
+    ASSERT_TRUE(directory.SetTime("file", 3000000));
+    std::int32_t seconds = -1;
+
+    EXPECT_TRUE(GetFileTime(path, seconds));
+
+    EXPECT_EQ(seconds, 3000000);
 }
 
 TEST_F(FileTimeTest, FollowsSymbolicLinks) {
@@ -114,6 +127,36 @@ TEST_F(FileTimeTest, IsZeroWhenADirectoryOnThePathMayNotBeEntered) {
 
     EXPECT_EQ(seconds, 0);
     std::filesystem::permissions(directory.Path("closed"), std::filesystem::perms::owner_all);
+}
+
+TEST_F(FileTimeTest, TellsAgesBeforeAfterAndAcrossTheEndOf32BitTimes) {
+    const struct {
+        std::int32_t fileTime;
+        std::time_t now;
+        std::int32_t age;
+    } rows[] = {
+        {0, 0, 0},
+        {1700000000, 1700000000, 0},
+        {1700000000, 1700000061, 61},
+        {1700000000, 1699999999, -1},
+        {-100, 100, 200},
+        {Highest, TwoTo31 - 1, 0},
+        {Highest, TwoTo31, 1},
+        {Highest - 59, TwoTo31 + 60, 120},
+        {Lowest, TwoTo31, 0},
+        {Lowest, TwoTo31 + 60, 60},
+        {Lowest, TwoTo31 - 1, -1},
+        {Lowest + 60, TwoTo31 - 60, -120},
+        {-1, TwoTo32 - 1, 0},
+        {-1, TwoTo32 + 59, 60},
+        {0, TwoTo32, 0},
+        {0, TwoTo31 - 1, Highest},
+        {0, TwoTo31, Lowest},  // more than 68 years
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.fileTime) + " at " + std::to_string(row.now));
+        EXPECT_EQ(AgeInSeconds(row.fileTime, row.now), row.age);
+    }
 }
 
 TEST_F(FileTimeTest, MarksAnUnknownTimeWithAMomentIn1933) {
