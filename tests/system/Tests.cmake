@@ -9,8 +9,8 @@ endforeach()
 foreach(name
         AllocationFailureTest BothHangTest ClockJumpTest DescriptorShortageTest DescriptorTest
         FileChangeTest FileFailureTest FileStaleTest FullDiskTest FullLogEndTest FullLogTest HangTest
-        MemoryTest RecordFailureTest RecoveryTest RestartTreeTest SamplesTest ScaleTest ShellFailureTest
-        SystemLogTest ThreadFailureTest)
+        LateDateTest MemoryTest RecordFailureTest RecoveryTest RestartTreeTest SamplesTest ScaleTest
+        ShellFailureTest SystemLogTest ThreadFailureTest)
     kennly_unit_test(${name} LABEL system TIMEOUT 600)
 endforeach()
 # These wait the longest, and so are started first.
@@ -49,10 +49,18 @@ endforeach()
 # Calls that fail for a time, and a clock that jumps.
 add_library(kennly_faulty_calls MODULE FaultyCalls.cpp)
 target_link_libraries(kennly_faulty_calls PRIVATE kennly_flags)
-foreach(name ThreadFailureTest ShellFailureTest FileFailureTest RecordFailureTest ClockJumpTest)
+foreach(name
+        ClockJumpTest FileFailureTest LateDateTest RecordFailureTest ShellFailureTest ThreadFailureTest)
     system_preload(${name} kennly_faulty_calls KENNLY_FAULTY_CALLS)
 endforeach()
 
 # It installs what has been built.
 target_compile_definitions(system_SamplesTest PRIVATE
     KENNLY_CMAKE="${CMAKE_COMMAND}" KENNLY_BUILD="${PROJECT_BINARY_DIR}")
+
+# Two programs of different word sizes, with the same records.
+if(KENNLY_OTHER_PROGRAM)
+    kennly_unit_test(RecordExchangeTest LABEL system TIMEOUT 600)
+    target_compile_definitions(system_RecordExchangeTest PRIVATE
+        KENNLY_OTHER_PROGRAM="${KENNLY_OTHER_PROGRAM}")
+endif()
