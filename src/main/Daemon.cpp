@@ -14,6 +14,7 @@
 #include "main/ProcessState.h"
 #include "main/ProcessTree.h"
 #include "main/Signals.h"
+#include "sync/ThreadStack.h"
 
 namespace kennly {
 
@@ -81,6 +82,7 @@ void CloseStandardDescriptors() {
     }
     ReleaseSignals();
     tzset();
+    SetThreadStack();  // if it is refused, fewer jobs fit into the address space
     child_main();
 }
 

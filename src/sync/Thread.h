@@ -24,8 +24,8 @@ public:
     /// -1 and is not reported.
     virtual std::int32_t Run() = 0;
 
-    /// Creates the thread, joinable and with the default stack. Returns false when that failed,
-    /// which is not logged. Not to be called twice.
+    /// Creates the thread, joinable and with the default stack (see ThreadStack). Returns false
+    /// when that failed, which is not logged. Not to be called twice.
     bool Start();
 
     /// Waits for the thread to end. Returns whether it was joined; false when the system refused

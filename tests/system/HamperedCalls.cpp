@@ -21,6 +21,10 @@
 // so, but the runtime of a sanitizer does, for a thread of its own.
 // FAILING_EXECV=<text>: an execv() fails with ENOMEM when the last argument is that text.
 // SLOW_CALL=<name>: a call of execv, fork, getppid or prctl takes half a second before it begins.
+// REFUSED_STACK=<anything>: another default size of threads' stacks is refused.
+//
+// The functions have their declarations included, because these may give them other symbols in 32
+// bit.
 
 namespace {
 
@@ -74,6 +78,12 @@ int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*
     }
     return Next<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create")(
         handle, attributes, routine, argument);
+}
+
+int pthread_setattr_default_np(const pthread_attr_t* attributes) {
+    return std::getenv("REFUSED_STACK") != nullptr
+               ? EINVAL
+               : Next<int(const pthread_attr_t*)>("pthread_setattr_default_np")(attributes);
 }
 
 int execv(const char* path, char* const* arguments) {

@@ -1,15 +1,15 @@
+#include <pthread.h>
 #include <unistd.h>
 
 #include <array>
 #include <ctime>
 #include <fstream>
-#include <future>
 #include <iomanip>
 #include <set>
 #include <sstream>
-#include <system_error>
 #include <thread>
 
+#include "sync/ThreadStack.h"
 #include "system/DaemonFixture.h"
 
 namespace kennly::test {
@@ -19,23 +19,35 @@ using ::testing::SizeIs;
 
 namespace {
 
-/// Whether this machine lets one process have so many threads at once.
-bool AllowsThreads(std::size_t count) {
-    std::promise<void> end;
-    const std::shared_future<void> ended = end.get_future().share();
-    std::vector<std::thread> threads;
-    try {
-        while (threads.size() < count) {
-            threads.emplace_back([ended] { ended.wait(); });
-        }
-    } catch (const std::system_error&) {  // then it is as many as there are
+// Ends when the mutex is given free.
+void* WaitForMutex(void* mutex) {
+    auto* const held = static_cast<pthread_mutex_t*>(mutex);
+    pthread_mutex_lock(held);
+    pthread_mutex_unlock(held);
+    return nullptr;
+}
+
+constexpr std::size_t LittleStackBytes = std::size_t{64} * 1024;
+
+/// Whether this machine lets one process have so many threads at once, with stacks of that size.
+bool AllowsThreads(std::size_t count, std::size_t stackBytes = LittleStackBytes) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, stackBytes);
+    pthread_mutex_t held = PTHREAD_MUTEX_INITIALIZER;
+    pthread_mutex_lock(&held);
+    std::vector<pthread_t> threads;
+    pthread_t thread = {};
+    while (threads.size() < count &&
+           pthread_create(&thread, &attributes, WaitForMutex, &held) == 0) {
+        threads.push_back(thread);
     }
-    end.set_value();
-    const bool allowed = threads.size() == count;
-    for (std::thread& thread : threads) {
-        thread.join();
+    pthread_mutex_unlock(&held);
+    for (const pthread_t started : threads) {
+        pthread_join(started, nullptr);
     }
-    return allowed;
+    pthread_attr_destroy(&attributes);
+    return threads.size() == count;
 }
 
 /// What the kernel says about the number of threads.
@@ -98,9 +110,12 @@ protected:
 };
 
 /// What there is too little of.
-enum class Scarce { AddressSpace, ThreadsOfItsUser };
+enum class Scarce { AddressSpace, ThreadsOfItsUser, Addresses };
 
-/// The program where some thirty threads find room.
+constexpr bool Has32Bits = sizeof(void*) == 4;
+
+/// The program with more jobs than it finds room for. It is restricted to some hundred threads;
+/// where addresses have 32 bits, it is tried unrestricted too.
 class FewThreadsTest : public ScaleTest, public ::testing::WithParamInterface<Scarce> {
 protected:
     void SetUp() override {
@@ -111,11 +126,28 @@ protected:
         if (NeedsAnotherUser() && sandbox->HasUserNamespace()) {
             GTEST_SKIP() << "only root can have the program run as another user";
         }
+        if (IsUnrestricted() && !AllowsThreads(3 * TooManyFor32Bits)) {
+            GTEST_SKIP() << "other limits come first: " << ThreadLimits();
+        }
     }
 
-    void StartWithRoomForFewThreads() {
-        daemon = sandbox->Start(NeedsAnotherUser() ? AsUserWithFewThreads() : InLittleSpace());
+    void StartWithLittleRoom() {
+        daemon = sandbox->Start(Command());
         number = NumberInside(daemon->Pid());
+    }
+
+    void ConfigureTooManyJobs() {
+        constexpr int tooManyForRestricted = 200;
+        Configure(Configuration(
+            Jobs(IsUnrestricted() ? TooManyFor32Bits : tooManyForRestricted, "/dev/null")));
+    }
+
+    void ExpectFailedPool(std::size_t time) {
+        ASSERT_TRUE(WaitForLine(Error("Error creating Thread Pool"), time, Limit));
+        if (IsUnrestricted()) {  // then no other limit was it: hardly any address was left
+            constexpr double kiBPerGiB = 1024 * 1024;
+            EXPECT_GT(std::stod(StatusField(daemon->Pid(), "VmPeak")), 2.9 * kiBPerGiB);
+        }
     }
 
     static std::string FewJobs(const std::string& trace) {
@@ -135,10 +167,21 @@ protected:
     }
 
 private:
+    static constexpr int TooManyFor32Bits = 6000;
+
+    static bool IsUnrestricted() { return GetParam() == Scarce::Addresses; }
     static bool NeedsAnotherUser() { return GetParam() == Scarce::ThreadsOfItsUser; }
 
-    static std::vector<std::string> InLittleSpace() {
-        return {"sh", "-c", "ulimit -s 16384; ulimit -v 500000; exec " KENNLY_PROGRAM " -f"};
+    std::vector<std::string> Command() const {
+        switch (GetParam()) {
+            case Scarce::AddressSpace:
+                return {"sh", "-c", "ulimit -v 100000; exec " KENNLY_PROGRAM " -f"};
+            case Scarce::ThreadsOfItsUser:
+                return AsUserWithFewThreads();
+            case Scarce::Addresses:
+                break;
+        }
+        return {KENNLY_PROGRAM, "-f"};
     }
 
     /// The kernel counts the threads of a user wherever they are, and counts none of root's: this
@@ -159,10 +202,10 @@ private:
 };
 
 TEST_P(FewThreadsTest, TooManyJobsAreReportedAndFewerStillRun) {
-    Configure(Configuration(Jobs(200, "/dev/null")));
-    StartWithRoomForFewThreads();
+    ConfigureTooManyJobs();
+    StartWithLittleRoom();
 
-    ASSERT_TRUE(WaitForLine(Error("Error creating Thread Pool")));
+    ASSERT_NO_FATAL_FAILURE(ExpectFailedPool(1));
 
     ExpectNoJobRuns();
     Configure(FewJobs("few"));
@@ -173,12 +216,12 @@ TEST_P(FewThreadsTest, TooManyJobsAreReportedAndFewerStillRun) {
 
 TEST_P(FewThreadsTest, TooManyJobsAtAReloadAreReportedEachTimeAndFewerRunAgain) {
     Configure(FewJobs("before"));
-    StartWithRoomForFewThreads();
+    StartWithLittleRoom();
     ExpectFewJobsRun("before");
     for (const std::size_t time : {std::size_t{1}, std::size_t{2}}) {
-        Configure(Configuration(Jobs(200, "/dev/null")));
+        ConfigureTooManyJobs();
 
-        ASSERT_TRUE(WaitForLine(Error("Error creating Thread Pool"), time));
+        ASSERT_NO_FATAL_FAILURE(ExpectFailedPool(time));
 
         ExpectNoJobRuns();
         const std::string trace = "after" + std::to_string(time);
@@ -190,12 +233,25 @@ TEST_P(FewThreadsTest, TooManyJobsAtAReloadAreReportedEachTimeAndFewerRunAgain) 
     EXPECT_THAT(Lines(), SizeIs(3));
 }
 
-INSTANTIATE_TEST_SUITE_P(Because, FewThreadsTest,
-                         ::testing::Values(Scarce::AddressSpace, Scarce::ThreadsOfItsUser),
-                         [](const auto& scarce) {
-                             return scarce.param == Scarce::AddressSpace
-                                        ? "AddressSpaceIsScarce"
-                                        : "ItsUserMayHaveFewThreads";
+std::vector<Scarce> WhatMayBeScarce() {
+    std::vector<Scarce> all = {Scarce::AddressSpace, Scarce::ThreadsOfItsUser};
+    if (Has32Bits) {
+        all.push_back(Scarce::Addresses);
+    }
+    return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(Because, FewThreadsTest, ::testing::ValuesIn(WhatMayBeScarce()),
+                         [](const auto& scarce) -> std::string {
+                             switch (scarce.param) {
+                                 case Scarce::AddressSpace:
+                                     return "AddressSpaceIsScarce";
+                                 case Scarce::ThreadsOfItsUser:
+                                     return "ItsUserMayHaveFewThreads";
+                                 case Scarce::Addresses:
+                                     break;
+                             }
+                             return "AddressesHave32Bits";
                          });
 
 struct Size {
@@ -215,6 +271,13 @@ class ManyJobsTest : public ScaleTest, public ::testing::WithParamInterface<Scal
 protected:
     static const Size& Before() { return GetParam().before; }
     static const Size& After() { return GetParam().after; }
+
+    /// Whether there is room for the threads of so many jobs in a process of this word size, and
+    /// for so many threads on this machine.
+    static bool HasRoomFor(int jobs, int threads) {
+        return AllowsThreads(static_cast<std::size_t>(3 * jobs), ThreadStackBytes) &&
+               AllowsThreads(static_cast<std::size_t>(threads));
+    }
 
     /// The commands of these jobs leave their names in the file `name`.
     static std::string JobsOf(const Size& size, const std::string& name) {
@@ -289,7 +352,7 @@ TEST_P(ManyJobsTest, RunTheirChecksAreReplacedAndEnd) {
     if (RunsUnderSanitizer() && count > 1000) {
         GTEST_SKIP() << "a sanitizer does not know so many threads";
     }
-    if (!AllowsThreads(static_cast<std::size_t>(room))) {
+    if (count > 1000 && !HasRoomFor(count, room)) {  // a thousand is an ordinary day
         GTEST_SKIP() << "no room for " << room << " threads: " << ThreadLimits();
     }
     Configure(Configuration(JobsOf(Before(), "first")));

@@ -10,7 +10,7 @@ foreach(name
         AllocationFailureTest BothHangTest ClockJumpTest DescriptorShortageTest DescriptorTest
         FileChangeTest FileFailureTest FileStaleTest FullDiskTest FullLogEndTest FullLogTest HangTest
         LateDateTest MemoryTest RecordFailureTest RecoveryTest RestartTreeTest SamplesTest ScaleTest
-        ShellFailureTest SystemLogTest ThreadFailureTest)
+        ShellFailureTest SystemLogTest ThreadFailureTest ThreadStackTest)
     kennly_unit_test(${name} LABEL system TIMEOUT 600)
 endforeach()
 # These wait the longest, and so are started first.
@@ -35,7 +35,8 @@ system_preload(DescriptorTest kennly_slow_close KENNLY_SLOW_CLOSE)
 # Calls that fail or take long.
 add_library(kennly_hampered_calls MODULE HamperedCalls.cpp)
 target_link_libraries(kennly_hampered_calls PRIVATE kennly_flags)
-foreach(name EarlySignalTest LostParentTest ThreadFailureTest TreeFailureTest TreeTest)
+foreach(name
+        EarlySignalTest LostParentTest ThreadFailureTest ThreadStackTest TreeFailureTest TreeTest)
     system_preload(${name} kennly_hampered_calls KENNLY_HAMPERED_CALLS)
 endforeach()
 
@@ -50,7 +51,8 @@ endforeach()
 add_library(kennly_faulty_calls MODULE FaultyCalls.cpp)
 target_link_libraries(kennly_faulty_calls PRIVATE kennly_flags)
 foreach(name
-        ClockJumpTest FileFailureTest LateDateTest RecordFailureTest ShellFailureTest ThreadFailureTest)
+        ClockJumpTest FileFailureTest LateDateTest RecordFailureTest ShellFailureTest ThreadFailureTest
+        ThreadStackTest)
     system_preload(${name} kennly_faulty_calls KENNLY_FAULTY_CALLS)
 endforeach()
 
