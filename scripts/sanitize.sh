@@ -1,22 +1,32 @@
 #!/bin/sh
-# sanitize.sh asan|tsan
+# sanitize.sh asan|tsan|linux32-asan
 #
 # Builds everything under the address and undefined behaviour sanitizers, or under the thread sanitizer;
-# runs the unit and stress tests, and the system tests and storms of the release build over the program
-# that has been built here. Needs root, to put that program in the place of the other.
+# runs the unit and stress tests. The system tests and storms are those of the build without sanitizers,
+# release or linux32, and run with the program of this one in the place of its own, which needs root.
 set -eu
 cd "$(dirname "$0")/.."
 
-kind=${1:-}
+preset=${1:-}
+case $preset in
+asan | tsan)
+    kind=$preset
+    plain=release
+    ;;
+linux32-asan)
+    kind=asan
+    plain=linux32
+    ;;
+*)
+    echo "usage: sanitize.sh asan|tsan|linux32-asan" >&2
+    exit 2
+    ;;
+esac
 case $kind in
 # Whatever ends by a signal shall be seen to do so, and the program's own dispositions are tested.
 asan) options=handle_segv=0:handle_sigbus=0:handle_sigfpe=0:verify_asan_link_order=0 ;;
 # A shutdown waits for no thread, so that each leaves some to the end of its process.
 tsan) options=handle_segv=0:handle_sigbus=0:handle_sigfpe=0:report_thread_leaks=0:atexit_sleep_ms=10 ;;
-*)
-    echo "usage: sanitize.sh asan|tsan" >&2
-    exit 2
-    ;;
 esac
 # The thread sanitizer runs a signal's handler only after the call that the signal interrupted, so that no
 # signal ends a wait for the log there.
@@ -30,15 +40,18 @@ if [ "$(id -u)" -ne 0 ]; then
     exit 1
 fi
 
-scripts/install-deps.sh test check
-cmake --preset release -DKENNLY_BUILD_TESTS=ON >/dev/null
-cmake --build build/release --target kennly kennly_tests_system kennly_tests_storm kennly_early_pause -- --quiet
-cmake --preset "$kind" >/dev/null
-cmake --build "build/$kind" --target kennly kennly_tests_unit kennly_tests_stress -- --quiet
-ctest --preset "$kind"
+case $plain in
+release) scripts/install-deps.sh test check ;;
+linux32) scripts/install-deps.sh test linux32 ;;
+esac
+cmake --preset $plain -DKENNLY_BUILD_TESTS=ON >/dev/null
+cmake --build build/$plain --target kennly kennly_tests_system kennly_tests_storm kennly_early_pause -- --quiet
+cmake --preset "$preset" >/dev/null
+cmake --build "build/$preset" --target kennly kennly_tests_unit kennly_tests_stress -- --quiet
+ctest --preset "$preset"
 
 # The daemon has no standard error, so that reports go to files.
-reports=$PWD/build/$kind/reports
+reports=$PWD/build/$preset/reports
 rm -rf "$reports"
 mkdir -m 777 "$reports" # some start the daemon as another user
 export "$(echo "$kind" | tr '[:lower:]' '[:upper:]')_OPTIONS=$options:log_path=$reports/$kind"
@@ -49,9 +62,9 @@ if [ "$kind" = tsan ]; then # or it loses signals that come early
 fi
 status=0
 # shellcheck disable=SC2016 # expanded inside
-unshare --mount sh -c 'mount --bind "build/$1/src/kennly" build/release/src/kennly &&
-    exec ctest --preset release --label-regex "system|storm" --exclude-regex "$2"' \
-    sh "$kind" "$left_out" || status=$?
+unshare --mount sh -c 'mount --bind "build/$1/src/kennly" "build/$2/src/kennly" &&
+    exec ctest --preset "$2" --label-regex "system|storm" --exclude-regex "$3"' \
+    sh "$preset" $plain "$left_out" || status=$?
 for report in "$reports"/*; do
     [ -e "$report" ] || continue
     status=1

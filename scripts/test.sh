@@ -1,9 +1,28 @@
 #!/bin/sh
-# Builds the program as it is installed, with all its tests, and runs them; ends in CTest's summary.
+# test.sh [release|linux32]
+#
+# Builds the program as it is installed, for this machine or for 32-bit Linux, with all its tests, and runs
+# them; ends in CTest's summary. With linux32, programs of both kinds have to read each other's records.
 set -eu
 cd "$(dirname "$0")/.."
 
-scripts/install-deps.sh test
-cmake --preset release -DKENNLY_BUILD_TESTS=ON >/dev/null
-cmake --build build/release
-exec ctest --preset release
+preset=${1:-release}
+case $preset in
+release)
+    scripts/install-deps.sh test
+    cmake --preset release -DKENNLY_BUILD_TESTS=ON >/dev/null
+    ;;
+linux32)
+    scripts/install-deps.sh test linux32
+    cmake --preset release -DKENNLY_BUILD_TESTS=ON >/dev/null
+    cmake --build build/release --target kennly
+    cmake --preset linux32 -DKENNLY_BUILD_TESTS=ON \
+        -DKENNLY_OTHER_PROGRAM="$PWD/build/release/src/kennly" >/dev/null
+    ;;
+*)
+    echo "usage: test.sh [release|linux32]" >&2
+    exit 2
+    ;;
+esac
+cmake --build "build/$preset"
+exec ctest --preset "$preset"

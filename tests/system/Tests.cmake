@@ -16,7 +16,7 @@ endforeach()
 # These wait the longest, and so are started first.
 foreach(name
         RecoveryTest BothHangTest RestartTreeTest HangTest FileChangeTest FileStaleTest FullLogTest
-        FullLogEndTest FileFailureTest ScaleTest)
+        FullLogEndTest FileFailureTest ScaleTest LateDateTest)
     set_tests_properties(system/${name} PROPERTIES COST 1000)
 endforeach()
 
