@@ -226,4 +226,30 @@ TEST_F(FileChangeTest, DeletesAShortRecordAndTakesTheFirstFourBytesOfALongOne) {
     }
 }
 
+TEST_F(FileChangeTest, SeesFilesOfMoreThan2GiB) {
+    constexpr std::uintmax_t size = 5'000'000'000;  // of which nothing is stored
+    PutWatched("web");
+    PutWatched("blocked");
+    for (const char* const job : {"web", "blocked"}) {
+        std::filesystem::resize_file(sandbox->PathInside(Watched(job)), size);
+        ASSERT_TRUE(Touch(job, Noon));
+    }
+    const std::string blocked = "blockaction=\"" + Watched("blocked") + "\"";
+    Configure(Configuration(
+        Watching("web") +
+        Job("blocked", Check("false", "delay=\"1\"") + Remedy("touch " + PathOf("no"), blocked)) +
+        Beside()));
+
+    StartDaemon();
+
+    EXPECT_TRUE(WaitForRemedies("web", 1));
+    ASSERT_TRUE(Touch("web", Noon + 1));
+    EXPECT_TRUE(WaitForRemedies("web", 2));
+    EXPECT_TRUE(WaitForMoreTraces("beside", 3));
+    EXPECT_FALSE(sandbox->FileExists(PathOf("no")));
+    StopDaemon();
+    EXPECT_EQ(Record("web"), RecordOf(Noon + 1));
+    EXPECT_EQ(std::filesystem::file_size(sandbox->PathInside(Watched("web"))), size);
+}
+
 }  // namespace kennly::test
