@@ -12,10 +12,12 @@ case $preset in
 asan | tsan)
     kind=$preset
     plain=release
+    packages=check
     ;;
 linux32-asan)
     kind=asan
     plain=linux32
+    packages=linux32
     ;;
 *)
     echo "usage: sanitize.sh asan|tsan|linux32-asan" >&2
@@ -40,10 +42,7 @@ if [ "$(id -u)" -ne 0 ]; then
     exit 1
 fi
 
-case $plain in
-release) scripts/install-deps.sh test check ;;
-linux32) scripts/install-deps.sh test linux32 ;;
-esac
+scripts/install-deps.sh test $packages
 cmake --preset $plain -DKENNLY_BUILD_TESTS=ON >/dev/null
 cmake --build build/$plain --target kennly kennly_tests_system kennly_tests_storm kennly_early_pause -- --quiet
 cmake --preset "$preset" >/dev/null
