@@ -10,8 +10,6 @@
 
 namespace kennly::test {
 
-using ::testing::Contains;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
@@ -74,11 +72,6 @@ protected:
         }
         ASSERT_NO_FATAL_FAILURE(FaultTest::SetUp());
     }
-
-    bool WaitForLineWith(const std::string& text) const {
-        return WaitUntil([&] { return ::testing::Matches(Contains(HasSubstr(text)))(Lines()); },
-                         Generous);
-    }
 };
 
 TEST_F(ThreadStackTest, IsManyTimesWhatAnyWorkerUses) {
@@ -106,11 +99,14 @@ TEST_F(ThreadStackTest, IsManyTimesWhatAnyWorkerUses) {
     Fail(Fault("system", EAGAIN, "lost"));
     StartFaultyDaemon();
     for (const char* const job : {"fails", "changes", "stale"}) {
-        EXPECT_TRUE(WaitForLineWith(job + name + " check failed - running remedy: true " + text));
+        EXPECT_TRUE(WaitForLine(RemedyRuns(job + name, "true " + text)));
     }
-    EXPECT_TRUE(WaitForLineWith("returned -1!! lost" + name + " lost " + text));
-    EXPECT_TRUE(WaitForLineWith("not one parameter!! two" + name));
-    EXPECT_TRUE(WaitForLineWith("no command!! empty" + name));
+    const std::string error = "check error - DogCheckCommandWatch::DoWatch() ";
+    EXPECT_TRUE(WaitForLine(
+        Error("check error - system command  returned -1!! lost" + name + " lost " + text +
+              " 1>/dev/null 2>/dev/null unknown error: " + std::to_string(EAGAIN))));
+    EXPECT_TRUE(WaitForLine(Error(error + "not one parameter!! two" + name)));
+    EXPECT_TRUE(WaitForLine(Error(error + "no command!! empty" + name)));
     EXPECT_TRUE(WaitForMoreTraces("beside", 4));
 
     const std::vector<int> used = UsedStacksKiB(daemon->Pid());

@@ -5,26 +5,39 @@
 #include <sys/resource.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <iostream>
 #include <stdexcept>
+#include <string>
+#include <thread>
 
 #include "support/Sanitizers.h"
-#include "sync/Thread.h"
 
 namespace {
 
-bool isRefused = false;
+// The function that refuses to work.
+std::string refusing;
 
 }  // namespace
 
 extern "C" {
 
+int __real_pthread_getattr_default_np(pthread_attr_t* attributes);
+int __wrap_pthread_getattr_default_np(pthread_attr_t* attributes);
+int __real_pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t size);
+int __wrap_pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t size);
 int __real_pthread_setattr_default_np(const pthread_attr_t* attributes);
 int __wrap_pthread_setattr_default_np(const pthread_attr_t* attributes);
 
+int __wrap_pthread_getattr_default_np(pthread_attr_t* attributes) {
+    return refusing == "getattr" ? ENOMEM : __real_pthread_getattr_default_np(attributes);
+}
+
+int __wrap_pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t size) {
+    return refusing == "setstacksize" ? EINVAL : __real_pthread_attr_setstacksize(attributes, size);
+}
+
 int __wrap_pthread_setattr_default_np(const pthread_attr_t* attributes) {
-    return isRefused ? EINVAL : __real_pthread_setattr_default_np(attributes);
+    return refusing == "setattr" ? EINVAL : __real_pthread_setattr_default_np(attributes);
 }
 }
 
@@ -32,66 +45,48 @@ namespace kennly::test {
 
 namespace {
 
-struct Attributes {
-    std::size_t stack = 0;
+struct Stack {
+    const void* lowest = nullptr;
+    std::size_t size = 0;
     std::size_t guard = 0;
 };
 
-// Fills in those of the calling thread.
-void Examine(Attributes& found) {
+Stack StackOfThisThread() {
+    Stack found;
+    void* lowest = nullptr;
     pthread_attr_t attributes;
-    ASSERT_EQ(pthread_getattr_np(pthread_self(), &attributes), 0);
-    EXPECT_EQ(pthread_attr_getstacksize(&attributes, &found.stack), 0);
+    EXPECT_EQ(pthread_getattr_np(pthread_self(), &attributes), 0);
+    EXPECT_EQ(pthread_attr_getstack(&attributes, &lowest, &found.size), 0);
     EXPECT_EQ(pthread_attr_getguardsize(&attributes, &found.guard), 0);
     pthread_attr_destroy(&attributes);
+    found.lowest = lowest;
+    return found;
 }
 
-class ExaminedThread : public Thread {
-public:
-    std::int32_t Run() override {
-        Examine(found);
-        return 0;
-    }
-
-    Attributes found;
-};
+Stack StackOfANewThread() {
+    Stack found;
+    std::thread([&found] { found = StackOfThisThread(); }).join();
+    return found;
+}
 
 // The bytes of the calling thread's stack between its top and the deepest that is not zero any
 // more.
 std::size_t UsedOfStack() {
-    pthread_attr_t attributes;
-    void* lowest = nullptr;
-    std::size_t size = 0;
-    EXPECT_EQ(pthread_getattr_np(pthread_self(), &attributes), 0);
-    EXPECT_EQ(pthread_attr_getstack(&attributes, &lowest, &size), 0);
-    pthread_attr_destroy(&attributes);
-    const auto* const bytes = static_cast<const volatile unsigned char*>(lowest);
+    const Stack stack = StackOfThisThread();
+    const auto* const bytes = static_cast<const volatile unsigned char*>(stack.lowest);
     std::size_t untouched = 0;
-    while (untouched < size && bytes[untouched] == 0) {
+    while (untouched < stack.size && bytes[untouched] == 0) {
         ++untouched;
     }
-    return size - untouched;
+    return stack.size - untouched;
 }
 
-class ThrowingThread : public Thread {
-public:
-    std::int32_t Run() override {
-        try {
-            throw std::runtime_error("caught");
-        } catch (const std::exception&) {
-            used = UsedOfStack();
-        }
-        return 0;
+std::size_t UsedByAnException() {
+    try {
+        throw std::runtime_error("caught");
+    } catch (const std::exception&) {
+        return UsedOfStack();
     }
-
-    std::size_t used = 0;
-};
-
-Attributes AttributesOfANewThread() {
-    ExaminedThread thread;
-    EXPECT_TRUE(thread.Start());
-    EXPECT_TRUE(thread.Join());
-    return thread.found;
 }
 
 }  // namespace
@@ -101,14 +96,15 @@ protected:
     static constexpr std::size_t StackBefore = std::size_t{4} * 1024 * 1024;
 
     ThreadStackTest() {
-        isRefused = false;
+        refusing.clear();
         EXPECT_EQ(pthread_getattr_default_np(&usual_), 0);
         pthread_attr_t before = usual_;
         EXPECT_EQ(pthread_attr_setstacksize(&before, StackBefore), 0);
-        EXPECT_EQ(__real_pthread_setattr_default_np(&before), 0);
+        EXPECT_EQ(pthread_setattr_default_np(&before), 0);
     }
     ~ThreadStackTest() override {
-        EXPECT_EQ(__real_pthread_setattr_default_np(&usual_), 0);
+        refusing.clear();
+        EXPECT_EQ(pthread_setattr_default_np(&usual_), 0);
         pthread_attr_destroy(&usual_);
     }
 
@@ -117,15 +113,15 @@ private:
 };
 
 TEST_F(ThreadStackTest, IsThatOfEachThreadFromThenOnAndHasItsGuard) {
-    const Attributes before = AttributesOfANewThread();
-    ASSERT_EQ(before.stack, StackBefore);
+    const Stack before = StackOfANewThread();
+    ASSERT_EQ(before.size, StackBefore);
     ASSERT_GT(before.guard, 0U);
 
     EXPECT_TRUE(SetThreadStack());
 
     for (int thread = 0; thread < 3; ++thread) {
-        const Attributes after = AttributesOfANewThread();
-        EXPECT_EQ(after.stack, ThreadStackBytes);
+        const Stack after = StackOfANewThread();
+        EXPECT_EQ(after.size, ThreadStackBytes);
         EXPECT_EQ(after.guard, before.guard);
     }
 }
@@ -143,11 +139,14 @@ TEST_F(ThreadStackTest, LeavesTheLimitThatCommandsInheritAlone) {
 }
 
 TEST_F(ThreadStackTest, StaysAsItIsWhenTheSystemRefuses) {
-    isRefused = true;
+    for (const char* const function : {"getattr", "setstacksize", "setattr"}) {
+        SCOPED_TRACE(function);
+        refusing = function;
 
-    EXPECT_FALSE(SetThreadStack());
+        EXPECT_FALSE(SetThreadStack());
 
-    EXPECT_EQ(AttributesOfANewThread().stack, StackBefore);
+        EXPECT_EQ(StackOfANewThread().size, StackBefore);
+    }
 }
 
 TEST_F(ThreadStackTest, IsManyTimesWhatAnExceptionNeeds) {
@@ -155,14 +154,13 @@ TEST_F(ThreadStackTest, IsManyTimesWhatAnExceptionNeeds) {
         GTEST_SKIP() << "a sanitizer needs more of it";
     }
     ASSERT_TRUE(SetThreadStack());
-    ThrowingThread thread;
-    ASSERT_TRUE(thread.Start());
+    std::size_t used = 0;
 
-    ASSERT_TRUE(thread.Join());
+    std::thread([&used] { used = UsedByAnException(); }).join();
 
-    EXPECT_GT(thread.used, 0U);
-    EXPECT_LE(8 * thread.used, ThreadStackBytes);
-    std::cout << "    " << thread.used << " bytes used" << std::endl;
+    EXPECT_GT(used, 0U);
+    EXPECT_LE(8 * used, ThreadStackBytes);
+    std::cout << "    " << used << " bytes used" << std::endl;
 }
 
 }  // namespace kennly::test
