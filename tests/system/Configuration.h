@@ -87,6 +87,11 @@ inline std::string TracePath(const std::string& name) {
     return DataDirectory + "/trace-" + name;
 }
 
+/// The file that a job watches.
+inline std::string WatchedPath(const std::string& job) {
+    return PathOf("watched-" + job);
+}
+
 /// Where the daemon remembers the time of the file that a job watches.
 inline std::string RecordPath(const std::string& job) {
     return DataDirectory + "/config/filetimes/" + job;

@@ -8,15 +8,14 @@ class FileChangeTest : public DaemonTest {
 protected:
     static constexpr std::int32_t Noon = 1700000000;
 
-    static std::string Watched(const std::string& job) { return DataDirectory + "/watched-" + job; }
     static std::string Watching(const std::string& job) {
-        return Job(job, CheckOfType("CheckForFileChange", {Watched(job)}) + Remedy("true"));
+        return Job(job, CheckOfType("CheckForFileChange", {WatchedPath(job)}) + Remedy("true"));
     }
     void PutWatched(const std::string& job, std::int32_t time = Noon) {
-        PutFile(Watched(job), time);
+        PutFile(WatchedPath(job), time);
     }
     bool Touch(const std::string& job, std::int32_t time) const {
-        return sandbox->SetFileTime(Watched(job), time);
+        return sandbox->SetFileTime(WatchedPath(job), time);
     }
 
     /// Gives the remedies time for another run and expects that there have been `count`.
@@ -59,7 +58,7 @@ TEST_F(FileChangeTest, TakesAMissingFileForUnchanged) {
 
     PutWatched("web");
     EXPECT_TRUE(WaitForRemedies("web", 1));
-    ASSERT_TRUE(sandbox->RemoveFile(Watched("web")));
+    ASSERT_TRUE(sandbox->RemoveFile(WatchedPath("web")));
     ExpectRemedies("web", 1);
     PutWatched("web");
     ExpectRemedies("web", 1);
@@ -155,8 +154,8 @@ TEST_F(FileChangeTest, ComparesAnotherFileOfTheJobWithTheRecordOfTheFirst) {
     PutWatched("next-same");
     PutWatched("next-other", Noon + 1);
     const auto watchingNext = [](const std::string& job) {
-        return Job(job,
-                   CheckOfType("CheckForFileChange", {Watched("next-" + job)}) + Remedy("true"));
+        return Job(
+            job, CheckOfType("CheckForFileChange", {WatchedPath("next-" + job)}) + Remedy("true"));
     };
     Configure(Configuration(watchingNext("same") + watchingNext("other") + Beside()));
 
@@ -173,7 +172,7 @@ TEST_F(FileChangeTest, ComparesAnotherFileOfTheJobWithTheRecordOfTheFirst) {
 TEST_F(FileChangeTest, SavesTheRecordAtAShutdownAlthoughItsRemedyStillRuns) {
     PutWatched("web");
     Configure(Configuration(
-        Job("web", CheckOfType("CheckForFileChange", {Watched("web")}) +
+        Job("web", CheckOfType("CheckForFileChange", {WatchedPath("web")}) +
                        Remedy("touch " + DataDirectory + "/running; sleep 1000; true"))));
     StartDaemon();
     ASSERT_TRUE(
@@ -231,10 +230,10 @@ TEST_F(FileChangeTest, SeesFilesOfMoreThan2GiB) {
     PutWatched("web");
     PutWatched("blocked");
     for (const char* const job : {"web", "blocked"}) {
-        std::filesystem::resize_file(sandbox->PathInside(Watched(job)), size);
+        std::filesystem::resize_file(sandbox->PathInside(WatchedPath(job)), size);
         ASSERT_TRUE(Touch(job, Noon));
     }
-    const std::string blocked = "blockaction=\"" + Watched("blocked") + "\"";
+    const std::string blocked = "blockaction=\"" + WatchedPath("blocked") + "\"";
     Configure(Configuration(
         Watching("web") +
         Job("blocked", Check("false", "delay=\"1\"") + Remedy("touch " + PathOf("no"), blocked)) +
@@ -249,7 +248,7 @@ TEST_F(FileChangeTest, SeesFilesOfMoreThan2GiB) {
     EXPECT_FALSE(sandbox->FileExists(PathOf("no")));
     StopDaemon();
     EXPECT_EQ(Record("web"), RecordOf(Noon + 1));
-    EXPECT_EQ(std::filesystem::file_size(sandbox->PathInside(Watched("web"))), size);
+    EXPECT_EQ(std::filesystem::file_size(sandbox->PathInside(WatchedPath("web"))), size);
 }
 
 }  // namespace kennly::test

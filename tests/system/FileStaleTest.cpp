@@ -4,14 +4,13 @@ namespace kennly::test {
 
 class FileStaleTest : public DaemonTest {
 protected:
-    static std::string Watched(const std::string& job) { return DataDirectory + "/watched-" + job; }
     static std::string Watching(const std::string& job, const std::string& limit) {
         return Job(job,
-                   CheckOfType("CheckForNoFileChange", {Watched(job), limit}) + Remedy("true"));
+                   CheckOfType("CheckForNoFileChange", {WatchedPath(job), limit}) + Remedy("true"));
     }
     /// Makes the file that the job watches so many seconds old.
     void PutWatched(const std::string& job, std::time_t age) {
-        PutFile(Watched(job), std::time(nullptr) - age);
+        PutFile(WatchedPath(job), std::time(nullptr) - age);
     }
 
     /// Waits until the job runs its remedy no longer: one may still have been under way.
@@ -95,7 +94,7 @@ TEST_F(FileStaleTest, TakesAMissingFileForHealthy) {
 
     PutWatched("web", 30);
     EXPECT_TRUE(WaitForRemedies("web", 2));
-    ASSERT_TRUE(sandbox->RemoveFile(Watched("web")));
+    ASSERT_TRUE(sandbox->RemoveFile(WatchedPath("web")));
     EXPECT_TRUE(WaitForLastRemedy("web"));
 
     StopDaemon();
@@ -105,7 +104,7 @@ TEST_F(FileStaleTest, TakesAMissingFileForHealthy) {
 TEST_F(FileStaleTest, OnlyTakesNoteOfTheTimeAgainAfterAReload) {
     const auto watching = [](const std::string& remedy) {
         return Job("web",
-                   CheckOfType("CheckForNoFileChange", {Watched("web"), "60"}, "delay=\"5\"") +
+                   CheckOfType("CheckForNoFileChange", {WatchedPath("web"), "60"}, "delay=\"5\"") +
                        Remedy(NoteInShell(remedy)));
     };
     PutWatched("web", 10000);

@@ -9,8 +9,6 @@ namespace kennly::test {
 
 namespace {
 
-constexpr std::int64_t TwoTo31 = std::int64_t{1} << 31;  // in January 2038
-
 /// A time and how it is recorded.
 using TimeAndRecord = std::pair<std::int64_t, std::int32_t>;
 
@@ -21,10 +19,10 @@ class LateDateTest : public FaultTest {
 public:
     void ConfigureChangeCheck() {
         Configure(Configuration(
-            Job("web", CheckOfType("CheckForFileChange", {Watched("web")}) + Remedy("true")) +
+            Job("web", CheckOfType("CheckForFileChange", {WatchedPath("web")}) + Remedy("true")) +
             Beside()));
     }
-    void PutWatched(std::int64_t time) { PutFile(Watched("web"), time); }
+    void PutWatched(std::int64_t time) { PutFile(WatchedPath("web"), time); }
 
     /// How many remedies there are while the daemon runs for long enough.
     std::size_t RemediesOfARun() {
@@ -41,8 +39,6 @@ protected:
     void SetClockTo(std::int64_t seconds) {
         PutFile(ClockShiftPath, 0, std::to_string(seconds - std::time(nullptr)) + "\n");
     }
-
-    static std::string Watched(const std::string& job) { return PathOf("watched-" + job); }
 };
 
 TEST_F(LateDateTest, AFileIsStaleWithTheClockBeforeAndAfterIt) {
@@ -59,8 +55,8 @@ TEST_F(LateDateTest, AFileIsStaleWithTheClockBeforeAndAfterIt) {
     };
     std::string jobs = Beside();
     for (const Row& row : rows) {
-        PutFile(Watched(row.job), row.time);
-        jobs += Job(row.job, CheckOfType("CheckForNoFileChange", {Watched(row.job), "2000"}) +
+        PutFile(WatchedPath(row.job), row.time);
+        jobs += Job(row.job, CheckOfType("CheckForNoFileChange", {WatchedPath(row.job), "2000"}) +
                                  Remedy("true"));
     }
     Configure(Configuration(jobs));

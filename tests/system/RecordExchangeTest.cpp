@@ -8,14 +8,10 @@ namespace kennly::test {
 
 namespace {
 
-constexpr std::int64_t TwoTo31 = std::int64_t{1} << 31;  // in January 2038
-
 struct Watched {
     std::string job;
     std::int64_t time;
     std::int32_t recorded;
-
-    std::string Path() const { return PathOf("watched-" + job); }
 };
 
 const std::vector<Watched> Files = {
@@ -68,7 +64,8 @@ TEST_F(RecordExchangeTest, OneProgramReadsWhatTheOtherHasWritten) {
     std::vector<std::string> all;
     std::vector<std::string> records;
     for (const Watched& file : Files) {
-        jobs += Job(file.job, CheckOfType("CheckForFileChange", {file.Path()}) + Remedy("true"));
+        jobs += Job(file.job,
+                    CheckOfType("CheckForFileChange", {WatchedPath(file.job)}) + Remedy("true"));
         all.push_back(file.job);
         records.push_back(RecordOf(file.recorded));
     }
@@ -78,7 +75,7 @@ TEST_F(RecordExchangeTest, OneProgramReadsWhatTheOtherHasWritten) {
     for (const auto& [writer, reader] : turns) {
         SCOPED_TRACE(writer);
         for (const Watched& file : Files) {
-            PutFile(file.Path(), file.time);
+            PutFile(WatchedPath(file.job), file.time);
             sandbox->RemoveFile(RecordPath(file.job));  // there is none in the first turn
         }
 
@@ -87,7 +84,7 @@ TEST_F(RecordExchangeTest, OneProgramReadsWhatTheOtherHasWritten) {
         EXPECT_EQ(Remedied(reader), std::vector<std::string>());
         EXPECT_EQ(Records(), records);
 
-        PutFile(Files[2].Path(), TwoTo31);
+        PutFile(WatchedPath(Files[2].job), TwoTo31);
         EXPECT_EQ(Remedied(reader), std::vector<std::string>({Files[2].job}));
     }
 }

@@ -110,7 +110,7 @@ protected:
 };
 
 /// What there is too little of.
-enum class Scarce { AddressSpace, ThreadsOfItsUser, Addresses };
+enum class Scarce { AddressSpace, ThreadsOfItsUser, AddressesOf32Bits };
 
 constexpr bool Has32Bits = sizeof(void*) == 4;
 
@@ -169,7 +169,7 @@ protected:
 private:
     static constexpr int TooManyFor32Bits = 6000;
 
-    static bool IsUnrestricted() { return GetParam() == Scarce::Addresses; }
+    static bool IsUnrestricted() { return GetParam() == Scarce::AddressesOf32Bits; }
     static bool NeedsAnotherUser() { return GetParam() == Scarce::ThreadsOfItsUser; }
 
     std::vector<std::string> Command() const {
@@ -178,7 +178,7 @@ private:
                 return {"sh", "-c", "ulimit -v 100000; exec " KENNLY_PROGRAM " -f"};
             case Scarce::ThreadsOfItsUser:
                 return AsUserWithFewThreads();
-            case Scarce::Addresses:
+            case Scarce::AddressesOf32Bits:
                 break;
         }
         return {KENNLY_PROGRAM, "-f"};
@@ -236,7 +236,7 @@ TEST_P(FewThreadsTest, TooManyJobsAtAReloadAreReportedEachTimeAndFewerRunAgain) 
 std::vector<Scarce> WhatMayBeScarce() {
     std::vector<Scarce> all = {Scarce::AddressSpace, Scarce::ThreadsOfItsUser};
     if (Has32Bits) {
-        all.push_back(Scarce::Addresses);
+        all.push_back(Scarce::AddressesOf32Bits);
     }
     return all;
 }
@@ -248,7 +248,7 @@ INSTANTIATE_TEST_SUITE_P(Because, FewThreadsTest, ::testing::ValuesIn(WhatMayBeS
                                      return "AddressSpaceIsScarce";
                                  case Scarce::ThreadsOfItsUser:
                                      return "ItsUserMayHaveFewThreads";
-                                 case Scarce::Addresses:
+                                 case Scarce::AddressesOf32Bits:
                                      break;
                              }
                              return "AddressesHave32Bits";

@@ -7,6 +7,7 @@
 #include <limits>
 #include <string>
 
+#include "support/FileTimeRecord.h"
 #include "support/TemporaryDirectory.h"
 #include "support/WithoutPrivileges.h"
 
@@ -14,8 +15,6 @@ namespace kennly::test {
 
 constexpr std::int32_t Lowest = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t Highest = std::numeric_limits<std::int32_t>::max();
-constexpr std::time_t TwoTo31 = std::time_t{1} << 31;  // in January 2038
-constexpr std::time_t TwoTo32 = std::time_t{1} << 32;  // in February 2106
 
 class FileTimeTest : public ::testing::Test {
 protected:

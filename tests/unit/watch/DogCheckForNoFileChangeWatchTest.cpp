@@ -15,6 +15,7 @@
 
 #include "job/ResultCode.h"
 #include "main/ProcessState.h"
+#include "support/FileTimeRecord.h"
 #include "support/ObservedOpening.h"
 #include "support/RecordedLog.h"
 #include "support/TemporaryDirectory.h"
@@ -48,8 +49,6 @@ namespace kennly::test {
 using ::testing::IsEmpty;
 
 constexpr long long Noon = 1700000000;
-constexpr long long TwoTo31 = 1LL << 31;  // in January 2038
-constexpr long long TwoTo32 = 1LL << 32;  // in February 2106
 constexpr std::int32_t Highest = std::numeric_limits<std::int32_t>::max();
 
 class DogCheckForNoFileChangeWatchTest : public ::testing::Test {
