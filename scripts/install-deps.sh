@@ -13,7 +13,7 @@ packages="g++ cmake ninja-build libtinyxml-dev"
 second=
 for group in "$@"; do
     case $group in
-    test) packages="$packages libgtest-dev libgmock-dev googletest" ;;
+    test) packages="$packages libgtest-dev libgmock-dev googletest bats bats-assert libxml2-utils man-db mandoc" ;;
     check) packages="$packages clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev cppcheck gcovr" ;;
     linux32)
         packages="$packages g++-multilib libtinyxml-dev:i386"
