@@ -1,0 +1,1 @@
+kennly_document_test(SchemaTest)
