@@ -1,1 +1,2 @@
+kennly_document_test(ManualTest)
 kennly_document_test(SchemaTest)
