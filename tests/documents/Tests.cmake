@@ -1,2 +1,3 @@
 kennly_document_test(ManualTest)
+kennly_document_test(RecipesTest)
 kennly_document_test(SchemaTest)
