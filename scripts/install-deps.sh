@@ -1,8 +1,8 @@
 #!/bin/sh
-# Installs the Debian packages that building (always), testing and checking this project need, and building
-# for 32-bit Linux on a 64-bit machine.
+# Installs the Debian packages that building (always), testing and checking this project need, its packaging,
+# and building for 32-bit Linux on a 64-bit machine.
 #
-#   scripts/install-deps.sh [test] [check] [linux32]
+#   scripts/install-deps.sh [test] [check] [package] [package-test] [linux32]
 #
 # Does nothing when all of them are there. A package index that cannot be updated is a warning, because
 # the others may do; a package that cannot be installed is an error that names it.
@@ -15,12 +15,14 @@ for group in "$@"; do
     case $group in
     test) packages="$packages libgtest-dev libgmock-dev googletest bats bats-assert libxml2-utils man-db mandoc" ;;
     check) packages="$packages clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev cppcheck gcovr" ;;
+    package) packages="$packages dpkg-dev debhelper" ;;
+    package-test) packages="$packages dpkg-dev lintian bats bats-assert mmdebstrap systemd-container procps" ;;
     linux32)
-        packages="$packages g++-multilib libtinyxml-dev:i386"
+        packages="$packages g++-multilib binutils-i686-linux-gnu libtinyxml-dev:i386"
         second=i386
         ;;
     *)
-        echo "install-deps.sh: no such group: $group (there are: test, check, linux32)" >&2
+        echo "install-deps.sh: no such group: $group (there are: test, check, package, package-test, linux32)" >&2
         exit 2
         ;;
     esac

@@ -166,7 +166,7 @@ EOF
 }
 
 @test "kennly(8) has each option" {
-    options=$(readme_below "## Start it" | grep -oE '`-[A-Za-z]`' | backticked | sort -u)
+    options=$(readme_below "### Options" | grep -oE '`-[A-Za-z]`' | backticked | sort -u)
     assert [ -n "$options" ]
     tags=$(text_of kennly.8 | below OPTIONS)
     for option in $options; do
