@@ -1,0 +1,397 @@
+# What becomes of a machine on which the package is installed, used, upgraded, removed and purged. The tests
+# are the chapters of one story, and each relies on those before it.
+bats_require_minimum_version 1.5.0
+
+Data=/opt/qrv/data/kennly
+Configuration=$Data/config/kennly.xml
+Log=/var/log/kennly.log
+
+setup_file() {
+    load Machine
+    machine_make install procps
+    machine_boot install
+    inside install apt-get update -q
+    # The package lies where README has it built.
+    inside install mkdir -p /kennly/build
+    inside install ln -s /packages /kennly/build/packages
+}
+
+teardown_file() {
+    load Machine
+    machine_end install
+}
+
+setup() {
+    load Machine
+}
+
+# ---- what the chapters say
+
+# here <command>...: runs it in the machine.
+here() {
+    inside install "$@"
+}
+
+# The commands by which README installs the package, without what they write to a file.
+commands_of_readme() {
+    sed -n '/^## Install it/,/^## /{ /^```sh/,/^```$/{ /^```/d; p } }' "$BATS_TEST_DIRNAME/../../README.md"
+}
+names_of_commands() {
+    commands_of_readme | sed "/<<'END'/,/^END/{ /<<'END'/!d }"
+}
+
+# command_of_readme <number>: the number 3 is the one that writes a file.
+command_of_readme() {
+    if [ "$1" -eq 3 ]; then
+        commands_of_readme | sed -n "/<<'END'/,/^END/p"
+    else
+        names_of_commands | sed -n "$1p"
+    fi
+}
+
+# follow_readme <number>: does what README says, where README says it.
+follow_readme() {
+    here sh -c "cd /kennly && $(command_of_readme "$1")"
+}
+
+# job <name> <check command> <remedy command> [<attributes of check>]: an element of a configuration.
+job() {
+    echo "<job name='$1' enabled='true'>
+        <check type='CheckCommandResult' delay='1' $4><param value=\"$2\"/></check>
+        <remedy type='Execute'><param value=\"$3\"/></remedy>
+    </job>"
+}
+
+# configure <elements>: puts a configuration in force, as a whole.
+configure() {
+    echo "<kennly>$1</kennly>" | here sh -c "cat >$Configuration.new && mv $Configuration.new $Configuration"
+}
+
+# The number of processes of the daemon.
+daemons() {
+    here sh -c 'ls -l /proc/[0-9]*/exe 2>/dev/null' | grep -c ' /usr/sbin/kennly'
+}
+daemons_are() {
+    [ "$(daemons)" -eq "$1" ]
+}
+
+main_process() {
+    here systemctl show --property=MainPID --value "$1"
+}
+
+log_has() {
+    here grep -F -- "$1" "$Log"
+}
+
+remedies_of() {
+    log_has "$1 check failed - running remedy:" | wc -l
+}
+
+# A version of the package that is newer by name.
+newer_package() {
+    here sh -c "rm -rf /newer && dpkg-deb --raw-extract /packages/$KENNLY_PACKAGE /newer &&
+        sed -i 's/^Version: .*/&+newer$1/' /newer/DEBIAN/control && dpkg-deb --build /newer /newer$1.deb"
+}
+
+# All that bears the name of the program or of its directories, but for what dpkg notes of each package.
+traces() {
+    here find / -xdev -path /proc -prune -o -path /sys -prune -o -path /packages -prune -o \
+        -path /kennly -prune -o -path '/newer*' -prune -o \( -name '*kennly*' -o -path '/opt/*' \) -print
+}
+
+# ---- installed
+
+@test "README needs five commands, of which the first builds the package" {
+    assert_equal "$(names_of_commands | wc -l)" 5
+    assert_equal "$(command_of_readme 1)" scripts/package.sh
+}
+
+@test "the package installs with what it needs" {
+    assert_equal "$(traces)" ""
+    follow_readme 2
+    here dpkg --verify kennly
+    here test -x /usr/sbin/rsyslogd
+}
+
+@test "it recommends what writes and rotates its log" {
+    run here dpkg-query --show --showformat '${Recommends}' kennly
+    assert_output --partial rsyslog
+    assert_output --partial logrotate
+}
+
+@test "its directories are root's, and nobody else writes them" {
+    for directory in "" /config /config/filetimes /heartbeats; do
+        assert_equal "$(here stat -c '%U %G %a' $Data$directory)" "root root 755"
+    done
+}
+
+@test "it brings samples, and no configuration into force" {
+    for name in kennly dogdog; do
+        here test -s "$Data/config/$name.xml.sample"
+        run ! here test -e "$Data/config/$name.xml"
+    done
+}
+
+@test "it neither enables nor starts anything" {
+    for unit in kennly kennly-watcher; do
+        run here systemctl is-enabled "$unit"
+        assert_output disabled
+        run here systemctl is-active "$unit"
+        assert_output inactive
+    done
+    assert_equal "$(daemons)" 0
+}
+
+@test "the first boot of an image that has it does not enable it either" {
+    here systemctl preset kennly kennly-watcher
+    run here systemctl is-enabled kennly kennly-watcher
+    assert_output "disabled
+disabled"
+}
+
+@test "systemd has nothing to say about its units, and knows all the restrictions that are proposed" {
+    local proposed=/usr/share/doc/kennly/examples/hardening.conf units=/tmp/units
+    run ! here grep '^[A-Z][A-Za-z]*=' "$proposed"
+    for unit in kennly kennly-watcher; do
+        here mkdir -p "$units/$unit.service.d"
+        here cp "/lib/systemd/system/$unit.service" "$units"
+        here sh -c "sed 's/^#\([A-Z][A-Za-z]*=\)/\1/' $proposed >$units/$unit.service.d/hardening.conf"
+    done
+    run here grep -c '^[A-Z][A-Za-z]*=' "$units/kennly.service.d/hardening.conf"
+    assert_output 25
+
+    run here env SYSTEMD_UNIT_PATH="$units:" systemd-analyze verify --man=no kennly.service kennly-watcher.service
+
+    assert_success
+    assert_output ""
+    here rm -r "$units"
+}
+
+@test "its units limit neither threads nor lines, and end nothing but the daemon" {
+    for unit in kennly kennly-watcher; do
+        run here systemctl show --property=TasksMax,LogRateLimitIntervalUSec,KillMode,Restart,TimeoutStopUSec "$unit"
+        assert_output "Restart=always
+TimeoutStopUSec=20s
+TasksMax=infinity
+LogRateLimitIntervalUSec=0
+KillMode=process"
+    done
+}
+
+# ---- started
+
+@test "without a configuration a start fails and says why, until there is one" {
+    run ! here systemctl start kennly
+    run here journalctl --unit kennly --output cat
+    assert_line "$Configuration is missing: see kennly.xml(5)"
+    run ! here systemctl is-active kennly
+    follow_readme 3
+    eventually 30 here systemctl is-active kennly
+    here systemctl stop kennly
+    run here systemctl is-enabled kennly
+    assert_output disabled
+}
+
+@test "a job that fails is repaired, and the log file tells of it" {
+    follow_readme 4
+    here systemctl is-active cron
+    run ! log_has "check failed"
+
+    # The last command of README goes on until it is interrupted.
+    here sh -c "$(command_of_readme 5)" >"$BATS_TEST_TMPDIR/seen" 2>/dev/null 3>&- &
+    eventually 60 grep -E ' kennly: [0-9]+:  : cron check failed - running remedy: timeout 60 systemctl restart cron$' \
+        "$BATS_TEST_TMPDIR/seen"
+    here pkill -x tail
+
+    eventually 30 here systemctl is-active cron
+    run here systemctl is-enabled kennly
+    assert_output enabled
+}
+
+@test "nobody but root and the group adm reads the log file" {
+    assert_equal "$(here stat -c '%U %G %a' "$Log")" "root adm 640"
+}
+
+@test "errors and the lines of restart-tree are in the log file too, and others of the facility are not" {
+    configure "<job name='broken' enabled='true'/>"
+    eventually 30 log_has "no remedy defined in job: broken"
+    run ! here /usr/libexec/kennly/restart-tree nonsense /usr/sbin/kennly
+    eventually 10 log_has "restart-tree: there is no tree nonsense"
+    here logger --tag another --priority local4.err "from another program"
+    here logger --tag kennly --priority local4.debug "after it"
+    eventually 10 log_has "after it"
+    run ! log_has "from another program"
+}
+
+@test "the journal has the same lines" {
+    run here journalctl --identifier kennly --facility local4 --priority err --output cat
+    assert_line --partial "no remedy defined in job: broken"
+    refute_line --partial "check failed - running remedy:"
+    run here journalctl --identifier kennly --facility local4 --output cat
+    assert_line --partial "cron check failed - running remedy: timeout 60 systemctl restart cron"
+}
+
+@test "a reload has the file loaded anew, and ends nothing" {
+    local process
+    process=$(main_process kennly)
+    configure "<job name='before' enabled='false'/>"
+    eventually 30 log_has "job not enabled - ignoring job: before"
+    # A file that has been exchanged for one of the same second is not noticed by itself.
+    here sh -c "echo \"<kennly><job name='after' enabled='false'/></kennly>\" >$Configuration.new &&
+        touch -r $Configuration $Configuration.new && mv $Configuration.new $Configuration"
+
+    here systemctl reload kennly
+
+    eventually 30 log_has "job not enabled - ignoring job: after"
+    assert_equal "$(main_process kennly)" "$process"
+}
+
+@test "commands find the tools of an administrator, and root's privileges" {
+    configure "$(job place 'false' "sh -c 'id -u; command -v iptables || command -v start-stop-daemon; touch /tmp/seen-by-kennly; cat /proc/self/status >/root/status.new; mv /root/status.new /root/status'")"
+    eventually 30 here grep -x 'CapBnd:.*' /root/status
+    # Nothing is taken from what a service of this machine may have.
+    assert_equal "$(here sed -n 's/^CapBnd:\t//p' /root/status)" "$(here sed -n 's/^CapBnd:\t//p' /proc/1/status)"
+    assert_equal "$(here sed -n 's/^NoNewPrivs:\t//p' /root/status)" 0
+    assert_equal "$(here sed -n 's/^Seccomp:\t//p' /root/status)" "$(here sed -n 's/^Seccomp:\t//p' /proc/1/status)"
+    here test -e /tmp/seen-by-kennly
+}
+
+@test "the daemon comes back when it is killed, and when it ends by itself" {
+    local process
+    process=$(main_process kennly)
+    here kill -KILL "$process"
+    eventually 30 here sh -c "systemctl is-active kennly && [ \$(systemctl show -P MainPID kennly) != $process ]"
+
+    process=$(main_process kennly)
+    here sh -c "echo '<kennly maxloaderrors=\"-1\"/>' >$Configuration" # ends it with status 0
+    eventually 30 log_has "watchdog closing down as there have been too many load config errors"
+    configure ""
+    eventually 30 here sh -c "systemctl is-active kennly && [ \$(systemctl show -P MainPID kennly) != $process ]"
+}
+
+@test "remedies go on when the daemon is stopped, which takes seconds" {
+    configure "$(job slow '! test -e /run/slow' "sh -c 'rm /run/slow; exec sleep 4321'")"
+    here touch /run/slow
+    eventually 30 here pgrep -x -f 'sleep 4321'
+
+    here timeout 10 systemctl stop kennly
+
+    assert_equal "$(daemons)" 0
+    here pkill -x -f 'sleep 4321'
+    here systemctl start kennly
+}
+
+@test "the log file is rotated, and the daemon goes on writing" {
+    local process before
+    process=$(main_process kennly)
+    here logrotate --force /etc/logrotate.d/kennly
+    here test -s "$Log.1"
+    configure "<job name='rotated' enabled='false'/>"
+    eventually 30 log_has "job not enabled - ignoring job: rotated"
+    assert_equal "$(main_process kennly)" "$process"
+}
+
+# ---- upgraded
+
+@test "an upgrade restarts what runs, and changes no configuration" {
+    local before process
+    here sh -c "echo '# mine' >>/etc/rsyslog.d/kennly.conf"
+    configure "<job name='mine' enabled='false'/>"
+    here sh -c "printf abcd >$Data/config/filetimes/record"
+    before=$(here md5sum "$Configuration" /etc/rsyslog.d/kennly.conf "$Data/config/filetimes/record")
+    process=$(main_process kennly)
+    newer_package 1
+
+    run here apt-get install -q -y /newer1.deb
+
+    echo "$output"
+    assert_success
+    refute_output --partial "previous version"
+    assert_equal "$(here md5sum "$Configuration" /etc/rsyslog.d/kennly.conf "$Data/config/filetimes/record")" "$before"
+    here systemctl is-active kennly
+    refute [ "$(main_process kennly)" = "$process" ]
+    run here systemctl is-active kennly-watcher
+    assert_output inactive
+    assert_equal "$(here readlink "/proc/$(main_process kennly)/exe")" /usr/sbin/kennly
+}
+
+@test "an upgrade tells of trees that were started by hand, and leaves them alone" {
+    here systemctl stop kennly
+    here cp "$Configuration" "$Data/config/dogdog.xml"
+    here /usr/sbin/kennly -w
+    eventually 30 daemons_are 4
+    newer_package 2
+
+    run here apt-get install -q -y /newer2.deb
+
+    echo "$output"
+    assert_success
+    assert_output --regexp 'kennly: these processes still run the previous version; .*: [0-9]+ [0-9]+ [0-9]+ [0-9]+ '
+    assert_equal "$(daemons)" 4
+    run here systemctl is-active kennly
+    assert_output inactive
+}
+
+# ---- removed
+
+@test "a removal ends all daemons, and keeps configuration, records and log" {
+    here pkill -TERM -x -f '/usr/sbin/kennly( -[wW][^ ]*)*'
+    eventually 30 daemons_are 0
+    here /usr/sbin/kennly -w
+    eventually 30 here test -e $Data/heartbeats/watcherchild
+    here systemctl start kennly
+    eventually 30 daemons_are 5
+
+    here apt-get remove -q -y kennly
+
+    assert_equal "$(daemons)" 0
+    run here systemctl show --property=ActiveState --value kennly
+    assert_output inactive
+    run traces
+    echo "$output"
+    refute_line --partial heartbeats
+    refute_line --partial .sample
+    refute_line --regexp '^/usr/|^/lib/'
+    assert_line "$Configuration"
+    assert_line "$Data/config/dogdog.xml"
+    assert_line "$Data/config/filetimes/record"
+    assert_line "$Log"
+    assert_line "$Log.1"
+    here systemctl daemon-reload
+    run ! here systemctl start kennly
+    here rm /newer1.deb /newer2.deb
+}
+
+@test "an installation after that finds what was there, and is enabled as it was" {
+    here apt-get install -q -y "/packages/$KENNLY_PACKAGE"
+
+    run here cat "$Configuration"
+    assert_output --partial mine
+    here grep -x '# mine' /etc/rsyslog.d/kennly.conf
+    run here systemctl is-enabled kennly
+    assert_output enabled
+    here systemctl start kennly
+}
+
+# ---- purged
+
+@test "a purge leaves nothing behind, and rsyslog at work" {
+    here apt-get purge -q -y kennly
+
+    assert_equal "$(daemons)" 0
+    assert_equal "$(traces)" ""
+    here systemctl is-active rsyslog
+    here logger --priority local4.err --tag kennly "after the end"
+    eventually 10 here grep -F "after the end" /var/log/syslog
+    run ! here test -e "$Log"
+    run here systemctl --failed --no-legend --plain
+    refute_output --partial kennly
+}
+
+@test "what others have put beside its directories stays" {
+    here apt-get install -q -y "/packages/$KENNLY_PACKAGE"
+    here mkdir -p /opt/qrv/data/another
+    here apt-get purge -q -y kennly
+    here test -d /opt/qrv/data/another
+    run ! here test -e "$Data"
+}
