@@ -1,0 +1,60 @@
+bats_require_minimum_version 1.5.0
+
+# The two trees that watch each other, with the samples as they are shipped.
+
+config=/opt/qrv/data/kennly/config
+heartbeats=/opt/qrv/data/kennly/heartbeats
+log=/var/log/kennly.log
+
+setup_file() {
+    load Machine
+    machine_make trees cron libtinyxml2.6.2v5 openssh-server procps rsyslog
+    machine_boot trees --private-network
+    inside trees apt-get install -q -y --no-install-recommends "/packages/$KENNLY_PACKAGE"
+    for file in kennly dogdog; do
+        inside trees cp "$config/$file.xml.sample" "$config/$file.xml"
+    done
+    inside trees /usr/sbin/kennly -w 3>&-
+}
+
+teardown_file() {
+    load Machine
+    machine_end trees
+}
+
+setup() {
+    load Machine
+}
+
+teardown() {
+    [ -n "$BATS_TEST_COMPLETED" ] || inside trees cat "$log"
+}
+
+all_beat() {
+    [ "$(inside trees find "$heartbeats" -newermt '-3 seconds' -type f | xargs -n 1 basename | sort | xargs)" = \
+        "child parent watcherchild watcherparent" ]
+}
+
+process_of() {
+    inside trees pgrep -x -f "$1"
+}
+
+@test "a tree whose child hangs is restarted by the other tree" {
+    local parent child watcher
+    eventually 30 all_beat
+    parent=$(process_of '/usr/sbin/kennly -w')
+    child=$(process_of '/usr/sbin/kennly -w -Z')
+    watcher=$(process_of '/usr/sbin/kennly -w -W -Z')
+    inside trees kill -STOP "$child"
+    eventually 30 eval '! all_beat'
+
+    eventually 150 all_beat
+
+    run ! inside trees kill -0 "$parent"
+    run ! inside trees kill -0 "$child"
+    process_of '/usr/sbin/kennly'
+    process_of '/usr/sbin/kennly -Z'
+    assert_equal "$(process_of '/usr/sbin/kennly -w -W -Z')" "$watcher"
+    inside trees cat "$log" |
+        grep -F ":WC: child check failed - running remedy: /usr/libexec/kennly/restart-tree main /usr/sbin/kennly"
+}
