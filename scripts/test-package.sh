@@ -47,7 +47,14 @@ export KENNLY_PACKAGES="$PWD/build/packages"
 export KENNLY_PACKAGE="kennly_${version}_$architecture.deb"
 # Each has machines of its own, and mostly waits.
 results=$(mktemp -d)
-trap 'rm -rf "$results"' EXIT
+finish() {
+    rm -rf "$results"
+    for machine in "$KENNLY_MACHINES"/*.pid; do # of tests that could not end them
+        [ ! -e "$machine" ] || pkill -KILL --parent "$(cat "$machine")" || true
+    done
+}
+trap finish EXIT
+trap 'exit 1' HUP INT TERM
 for test in $tests; do
     {
         bats --print-output-on-failure --timing "$test" >"$results/$(basename "$test")" 2>&1 </dev/null ||

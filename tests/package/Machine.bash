@@ -25,7 +25,7 @@ machine_make() {
 machine_boot() {
     local root=$KENNLY_MACHINES/$1
     shift
-    machine_cgroups "$root" | xargs mkdir
+    machine_cgroups "$root" | xargs mkdir -p
     (
         for cgroup in $(machine_cgroups "$root"); do
             echo "$BASHPID" >"$cgroup/cgroup.procs"
