@@ -17,10 +17,15 @@ if(KENNLY_SANITIZE)
     target_link_options(kennly_flags INTERFACE -fsanitize=${KENNLY_SANITIZE})
 endif()
 
-# What is shipped is hardened; _FORTIFY_SOURCE needs an optimising build.
-add_library(kennly_hardening INTERFACE)
+# What the program alone is built with. What is shipped is hardened; _FORTIFY_SOURCE needs an optimising build.
+add_library(kennly_program_flags INTERFACE)
+if(KENNLY_SANITIZE_PROGRAM)
+    target_compile_options(kennly_program_flags INTERFACE
+        -fsanitize=${KENNLY_SANITIZE_PROGRAM} -fno-sanitize-recover=all)
+    target_link_options(kennly_flags INTERFACE -fsanitize=${KENNLY_SANITIZE_PROGRAM})
+endif()
 if(CMAKE_BUILD_TYPE STREQUAL "Release" OR CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
-    target_compile_options(kennly_hardening INTERFACE
+    target_compile_options(kennly_program_flags INTERFACE
         -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
     target_link_options(kennly_flags INTERFACE -Wl,-z,relro -Wl,-z,now)
 endif()
