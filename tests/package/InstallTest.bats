@@ -169,9 +169,10 @@ disabled"
 
 @test "its units limit neither threads nor lines, and end nothing but the daemon" {
     for unit in kennly kennly-watcher; do
-        run here systemctl show --property=TasksMax,LogRateLimitIntervalUSec,KillMode,Restart,TimeoutStopUSec "$unit"
+        run here systemctl show --property=TasksMax,LogRateLimitIntervalUSec,KillMode,OOMPolicy,Restart,TimeoutStopUSec "$unit"
         assert_output "Restart=always
 TimeoutStopUSec=20s
+OOMPolicy=continue
 TasksMax=infinity
 LogRateLimitIntervalUSec=0
 KillMode=process"

@@ -54,7 +54,7 @@ both_beat() {
 
 # How often the remedy of a job, which has the name of the unit, has been started.
 restarts() {
-    inside units cat "$log" | grep -cF ":  : $1 check failed - running remedy: systemctl restart $1" || true
+    inside units cat "$log" | grep -cF ":  : $1 check failed - running remedy: timeout 60 systemctl restart $1" || true
 }
 
 # restarted <unit> <process>: whether it runs, and not as that process any more.
