@@ -374,6 +374,10 @@ repeat() {
     accepts 'timeout 10 check-web' 'timeout 10 check-web;'
     accepts 'timeout 10 check-web' 'timeout 10 check-web &amp;'
 
+    entry 'commands in a row'
+    accepts 'systemctl restart nginx' 'rm /run/stale; systemctl restart nginx'
+    accepts 'timeout 10 check-web' 'check-host; check-web'
+
     entry 'command that never ends'
     accepts 'timeout 10 check-web' 'sleep infinity'
 
