@@ -14,9 +14,9 @@ second=
 for group in "$@"; do
     case $group in
     test) packages="$packages libgtest-dev libgmock-dev googletest bats bats-assert libxml2-utils man-db mandoc" ;;
-    check) packages="$packages clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev cppcheck gcovr" ;;
+    check) packages="$packages clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev cppcheck gcovr git" ;;
     package) packages="$packages build-essential debhelper" ;;
-    package-test) packages="$packages dpkg-dev lintian bats bats-assert mmdebstrap systemd-container procps" ;;
+    package-test) packages="$packages dpkg-dev lintian bats bats-assert libxml2-utils mmdebstrap systemd-container procps" ;;
     linux32)
         packages="$packages g++-multilib binutils-i686-linux-gnu libtinyxml-dev:i386"
         second=i386

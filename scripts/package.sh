@@ -8,6 +8,10 @@ cd "$(dirname "$0")/.."
 
 preset=${1:-release}
 native=$(dpkg --print-architecture)
+if [ "$native" != amd64 ] && [ "$native" != i386 ]; then
+    echo "package.sh: there are packages for amd64 and i386; this machine is $native" >&2
+    exit 1
+fi
 case $preset in
 release)
     scripts/install-deps.sh package

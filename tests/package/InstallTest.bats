@@ -23,6 +23,7 @@ teardown_file() {
 
 setup() {
     load Machine
+    load Readme
 }
 
 # ---- what the chapters say
@@ -30,23 +31,6 @@ setup() {
 # here <command>...: runs it in the machine.
 here() {
     inside install "$@"
-}
-
-# The commands by which README installs the package, without what they write to a file.
-commands_of_readme() {
-    sed -n '/^## Install it/,/^## /{ /^```sh/,/^```$/{ /^```/d; p } }' "$BATS_TEST_DIRNAME/../../README.md"
-}
-names_of_commands() {
-    commands_of_readme | sed "/<<'END'/,/^END/{ /<<'END'/!d }"
-}
-
-# command_of_readme <number>: the number 3 is the one that writes a file.
-command_of_readme() {
-    if [ "$1" -eq 3 ]; then
-        commands_of_readme | sed -n "/<<'END'/,/^END/p"
-    else
-        names_of_commands | sed -n "$1p"
-    fi
 }
 
 # follow_readme <number>: does what README says, where README says it.
@@ -83,8 +67,8 @@ log_has() {
     here grep -F -- "$1" "$Log"
 }
 
-remedies_of() {
-    log_has "$1 check failed - running remedy:" | wc -l
+log_has_times() {
+    [ "$(log_has "$2" | wc -l)" -eq "$1" ]
 }
 
 # A version of the package that is newer by name.
@@ -100,11 +84,6 @@ traces() {
 }
 
 # ---- installed
-
-@test "README needs five commands, of which the first builds the package" {
-    assert_equal "$(names_of_commands | wc -l)" 5
-    assert_equal "$(command_of_readme 1)" scripts/package.sh
-}
 
 @test "the package installs with what it needs" {
     assert_equal "$(traces)" ""
@@ -125,9 +104,10 @@ traces() {
     done
 }
 
-@test "it brings samples, and no configuration into force" {
+@test "it brings its samples, and no configuration into force" {
     for name in kennly dogdog; do
-        here test -s "$Data/config/$name.xml.sample"
+        here cmp "$Data/config/$name.xml.sample" "/usr/share/kennly/$name.xml.sample"
+        assert_equal "$(here stat -c '%U %G %a' "$Data/config/$name.xml.sample")" "root root 644"
         run ! here test -e "$Data/config/$name.xml"
     done
 }
@@ -167,15 +147,22 @@ disabled"
     here rm -r "$units"
 }
 
-@test "its units limit neither threads nor lines, and end nothing but the daemon" {
+@test "its units limit neither threads nor lines, never give up, and end nothing but the daemon" {
     for unit in kennly kennly-watcher; do
-        run here systemctl show --property=TasksMax,LogRateLimitIntervalUSec,KillMode,OOMPolicy,Restart,TimeoutStopUSec "$unit"
-        assert_output "Restart=always
-TimeoutStopUSec=20s
-OOMPolicy=continue
-TasksMax=infinity
+        run here systemctl show --property=KillMode,LogRateLimitIntervalUSec,OOMPolicy,RequiresMountsFor,Restart \
+            --property=RestartUSec,StartLimitIntervalUSec,TasksMax,TimeoutStopUSec,Type "$unit"
+        assert_equal "$(sort <<<"$output")" "KillMode=process
 LogRateLimitIntervalUSec=0
-KillMode=process"
+OOMPolicy=continue
+RequiresMountsFor=/opt/qrv/data/kennly
+Restart=always
+RestartUSec=5s
+StartLimitIntervalUSec=0
+TasksMax=infinity
+TimeoutStopUSec=20s
+Type=exec"
+        run here systemctl show --property=After --value "$unit"
+        assert_output --partial network.target
     done
 }
 
@@ -247,6 +234,23 @@ KillMode=process"
     assert_equal "$(main_process kennly)" "$process"
 }
 
+@test "the watcher is started, asked for its configuration and reloaded in the same way" {
+    local process
+    run ! here systemctl start kennly-watcher
+    run here journalctl --unit kennly-watcher --output cat
+    assert_line "$Data/config/dogdog.xml is missing: see kennly.xml(5)"
+    here sh -c "echo \"<kennly><job name='watcher' enabled='false'/></kennly>\" >$Data/config/dogdog.xml"
+    eventually 30 log_has "job not enabled - ignoring job: watcher"
+    process=$(main_process kennly-watcher)
+    assert_equal "$(here sh -c "tr '\\0' ' ' </proc/$process/cmdline")" "/usr/sbin/kennly -f -W "
+
+    here systemctl reload kennly-watcher
+
+    eventually 30 log_has_times 2 "job not enabled - ignoring job: watcher"
+    assert_equal "$(main_process kennly-watcher)" "$process"
+    here systemctl stop kennly-watcher
+}
+
 @test "commands find the tools of an administrator, and root's privileges" {
     configure "$(job place 'false' "sh -c 'id -u; command -v iptables || command -v start-stop-daemon; touch /tmp/seen-by-kennly; cat /proc/self/status >/root/status.new; mv /root/status.new /root/status'")"
     eventually 30 here grep -x 'CapBnd:.*' /root/status
@@ -270,20 +274,23 @@ KillMode=process"
     eventually 30 here sh -c "systemctl is-active kennly && [ \$(systemctl show -P MainPID kennly) != $process ]"
 }
 
-@test "remedies go on when the daemon is stopped, which takes seconds" {
+@test "remedies and checks go on when the daemon is stopped, which takes seconds" {
     configure "$(job slow '! test -e /run/slow' "sh -c 'rm /run/slow; exec sleep 4321'")"
     here touch /run/slow
     eventually 30 here pgrep -x -f 'sleep 4321'
+    configure "$(job long 'sleep 4322' true)"
+    eventually 30 here pgrep -x -f 'sleep 4322'
 
     here timeout 10 systemctl stop kennly
 
     assert_equal "$(daemons)" 0
     here pkill -x -f 'sleep 4321'
+    here pkill -x -f 'sleep 4322'
     here systemctl start kennly
 }
 
 @test "the log file is rotated, and the daemon goes on writing" {
-    local process before
+    local process
     process=$(main_process kennly)
     here logrotate --force /etc/logrotate.d/kennly
     here test -s "$Log.1"
@@ -335,22 +342,42 @@ KillMode=process"
 
 # ---- removed
 
-@test "a removal ends all daemons, and keeps configuration, records and log" {
-    here pkill -TERM -x -f '/usr/sbin/kennly( -[wW][^ ]*)*'
-    eventually 30 daemons_are 0
-    here /usr/sbin/kennly -w
-    eventually 30 here test -e $Data/heartbeats/watcherchild
+@test "a removal in another root, or that another system could mean, ends nothing here" {
+    here mkdir /root-of-its-own
+    here sh -c 'cp -ax /bin /etc /lib* /opt /sbin /usr /var /root-of-its-own &&
+        cd /root-of-its-own && mkdir dev proc run tmp && mount --bind /proc proc && mount --bind /dev dev'
+    local before
+    before=$(daemons)
+
+    here chroot /root-of-its-own dpkg --remove kennly
+
+    assert_equal "$(daemons)" "$before"
+    here umount /root-of-its-own/proc /root-of-its-own/dev
+    here rm -r --one-file-system /root-of-its-own
+}
+
+# Those of the tests before run the previous version.
+@test "a removal ends all daemons and restarts, and keeps configuration, records and log" {
+    daemons_are 4
     here systemctl start kennly
-    eventually 30 daemons_are 5
+    here sh -c 'kill -STOP $(pgrep -x -f "/usr/sbin/kennly -w -Z"); touch -d "1 hour ago" '$Data'/heartbeats/child'
+    here /usr/libexec/kennly/restart-tree watcher /usr/sbin/kennly 3>&- & # whose heartbeats are fresh: ends
+    wait $!
+    here sh -c "/usr/libexec/kennly/restart-tree main /usr/sbin/kennly >/dev/null 2>&1 &"
+    eventually 10 here pgrep -f /usr/libexec/kennly/restart-tree
+    here unshare --pid --mount --fork --mount-proc /usr/sbin/kennly -f 3>&- & # as a container would
+    eventually 30 daemons_are 6
 
     here apt-get remove -q -y kennly
 
-    assert_equal "$(daemons)" 0
+    run ! here pgrep -f /usr/libexec/kennly/restart-tree
+    assert_equal "$(daemons)" 1
+    here pkill -TERM -x -f '/usr/sbin/kennly -f'
+    eventually 30 daemons_are 0
     run here systemctl show --property=ActiveState --value kennly
     assert_output inactive
     run traces
     echo "$output"
-    refute_line --partial heartbeats
     refute_line --partial .sample
     refute_line --regexp '^/usr/|^/lib/'
     assert_line "$Configuration"
@@ -358,9 +385,12 @@ KillMode=process"
     assert_line "$Data/config/filetimes/record"
     assert_line "$Log"
     assert_line "$Log.1"
-    here systemctl daemon-reload
+    for heartbeat in parent watcherparent watcherchild; do
+        refute_line "$Data/heartbeats/$heartbeat"
+    done
     run ! here systemctl start kennly
     here rm /newer1.deb /newer2.deb
+    here test -d /opt
 }
 
 @test "an installation after that finds what was there, and is enabled as it was" {
@@ -374,25 +404,57 @@ KillMode=process"
     here systemctl start kennly
 }
 
+@test "a removal that fails has enabled units started again" {
+    here systemctl stop kennly
+    here /var/lib/dpkg/info/kennly.postinst abort-remove
+    here systemctl is-active kennly
+    run here systemctl is-active kennly-watcher
+    assert_output inactive
+}
+
 # ---- purged
 
-@test "a purge leaves nothing behind, and rsyslog at work" {
+@test "a purge leaves nothing behind, and rsyslog at work without its rule" {
+    local rsyslog
+    rsyslog=$(main_process rsyslog)
+    here touch "$Log-20261122" # as logrotate names them by dateext
+
     here apt-get purge -q -y kennly
 
     assert_equal "$(daemons)" 0
     assert_equal "$(traces)" ""
-    here systemctl is-active rsyslog
+    eventually 30 here systemctl is-active rsyslog
+    refute [ "$(main_process rsyslog)" = "$rsyslog" ]
     here logger --priority local4.err --tag kennly "after the end"
     eventually 10 here grep -F "after the end" /var/log/syslog
     run ! here test -e "$Log"
     run here systemctl --failed --no-legend --plain
     refute_output --partial kennly
+    here test -d /opt
 }
 
-@test "what others have put beside its directories stays" {
+@test "what others have put beside its directories stays, also where its own is a link" {
+    here mkdir -p /opt/qrv/data/another /srv/kennly
+    here ln -s /srv/kennly /opt/qrv/data/kennly
     here apt-get install -q -y "/packages/$KENNLY_PACKAGE"
-    here mkdir -p /opt/qrv/data/another
+    here touch "$Configuration"
+    here test -e /srv/kennly/config/kennly.xml
+
     here apt-get purge -q -y kennly
+
     here test -d /opt/qrv/data/another
     run ! here test -e "$Data"
+    assert_equal "$(here find /srv/kennly)" /srv/kennly
+}
+
+@test "a purge leaves a file system of its own where it is, and nothing in it" {
+    here mkdir -p "$Data"
+    here mount -t tmpfs none "$Data"
+    here apt-get install -q -y "/packages/$KENNLY_PACKAGE"
+    here touch "$Configuration"
+
+    here apt-get purge -q -y kennly
+
+    assert_equal "$(here find "$Data")" "$Data"
+    here umount "$Data"
 }

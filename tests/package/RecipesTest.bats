@@ -119,8 +119,9 @@ whole_cycle_since() {
 
 # Whether no remedy of a recipe has been started lately: its pause after a failed check is 15 seconds at most.
 quiet() {
-    ! inside recipes journalctl --quiet --no-pager --identifier=kennly --since=-20s |
-        grep 'check failed - running remedy' | grep -v ': clock check'
+    local lines
+    lines=$(inside recipes journalctl --quiet --no-pager --identifier=kennly --since=-20s) || return 1
+    ! grep 'check failed - running remedy' <<<"$lines" | grep -v ': clock check'
 }
 
 hold() {

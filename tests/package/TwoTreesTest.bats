@@ -39,12 +39,14 @@ process_of() {
     inside trees pgrep -x -f "$1"
 }
 
-@test "a tree whose child hangs is restarted by the other tree" {
-    local parent child watcher
+# hang_and_see_replaced <tree> <parent> <child> <child of the other tree> <role of that> <job>: each process by its
+# command line. The tree that is started anew has no option -w, because the other one runs already.
+hang_and_see_replaced() {
+    local parent child other
     eventually 30 all_beat
-    parent=$(process_of '/usr/sbin/kennly -w')
-    child=$(process_of '/usr/sbin/kennly -w -Z')
-    watcher=$(process_of '/usr/sbin/kennly -w -W -Z')
+    parent=$(process_of "$2")
+    child=$(process_of "$3")
+    other=$(process_of "$4")
     inside trees kill -STOP "$child"
     eventually 30 eval '! all_beat'
 
@@ -52,9 +54,20 @@ process_of() {
 
     run ! inside trees kill -0 "$parent"
     run ! inside trees kill -0 "$child"
+    assert_equal "$(process_of "$4")" "$other"
+    inside trees cat "$log" |
+        grep -F ":$5: $6 check failed - running remedy: /usr/libexec/kennly/restart-tree $1 /usr/sbin/kennly"
+}
+
+@test "a main tree whose child hangs is restarted by the watcher tree" {
+    hang_and_see_replaced main '/usr/sbin/kennly -w' '/usr/sbin/kennly -w -Z' '/usr/sbin/kennly -w -W -Z' WC child
     process_of '/usr/sbin/kennly'
     process_of '/usr/sbin/kennly -Z'
-    assert_equal "$(process_of '/usr/sbin/kennly -w -W -Z')" "$watcher"
-    inside trees cat "$log" |
-        grep -F ":WC: child check failed - running remedy: /usr/libexec/kennly/restart-tree main /usr/sbin/kennly"
+}
+
+@test "a watcher tree whose child hangs is restarted by the main tree" {
+    hang_and_see_replaced watcher '/usr/sbin/kennly -w -W' '/usr/sbin/kennly -w -W -Z' '/usr/sbin/kennly -Z' \
+        'C ' watcherchild
+    process_of '/usr/sbin/kennly -W'
+    process_of '/usr/sbin/kennly -W -Z'
 }
