@@ -4,6 +4,12 @@
 # KENNLY_MACHINES: the directory where machines are kept; base/ in it is what all begin as.
 # KENNLY_PACKAGES: the directory with the packages to be tested; machines see it as /packages.
 
+# Where the package has its things.
+data=/opt/qrv/data/kennly
+config=$data/config
+heartbeats=$data/heartbeats
+log=/var/log/kennly.log
+
 if [ -n "${BATS_VERSION:-}" ]; then
     load /usr/lib/bats/bats-support/load
     load /usr/lib/bats/bats-assert/load
@@ -112,6 +118,11 @@ machine_end() {
         done
     fi
     rm -rf --one-file-system "$root" "$root.log" "$root.pid"
+}
+
+# show_log_of_failure <name>: for a teardown: prints the log of a machine if the test has failed.
+show_log_of_failure() {
+    [ -n "$BATS_TEST_COMPLETED" ] || inside "$1" cat "$log"
 }
 
 # eventually <seconds> <command> [<argument>...]: repeats a command until it succeeds. When time is up before,

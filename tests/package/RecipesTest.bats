@@ -8,8 +8,6 @@ bats_require_minimum_version 1.5.0
 # before has left.
 
 examples=/usr/share/doc/kennly/examples
-config=/opt/qrv/data/kennly/config
-log=/var/log/kennly.log
 plugins=/usr/lib/nagios/plugins
 jobs="disk file-age http load process restart-service slow-remedy tcp-port web"
 
@@ -39,7 +37,7 @@ setup() {
 }
 
 teardown() {
-    [ -n "$BATS_TEST_COMPLETED" ] || inside recipes cat "$log"
+    show_log_of_failure recipes
 }
 
 give_var_a_small_file_system() {

@@ -2,10 +2,6 @@ bats_require_minimum_version 1.5.0
 
 # The two trees that watch each other, with the samples as they are shipped.
 
-config=/opt/qrv/data/kennly/config
-heartbeats=/opt/qrv/data/kennly/heartbeats
-log=/var/log/kennly.log
-
 setup_file() {
     load Machine
     machine_make trees cron libtinyxml2.6.2v5 openssh-server procps rsyslog
@@ -27,7 +23,7 @@ setup() {
 }
 
 teardown() {
-    [ -n "$BATS_TEST_COMPLETED" ] || inside trees cat "$log"
+    show_log_of_failure trees
 }
 
 all_beat() {

@@ -3,10 +3,6 @@ bats_require_minimum_version 1.5.0
 # The two units that watch each other, with the recipes for them as they are shipped. A heartbeat has to be
 # 90 seconds old before anything is done, so each of these takes about two minutes.
 
-config=/opt/qrv/data/kennly/config
-heartbeats=/opt/qrv/data/kennly/heartbeats
-log=/var/log/kennly.log
-
 setup_file() {
     load Machine
     machine_make units libtinyxml2.6.2v5 procps rsyslog
@@ -29,7 +25,7 @@ setup() {
 }
 
 teardown() {
-    [ -n "$BATS_TEST_COMPLETED" ] || inside units cat "$log"
+    show_log_of_failure units
 }
 
 process_of() {
