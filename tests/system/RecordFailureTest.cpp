@@ -48,9 +48,11 @@ TEST_F(RecordFailureTest, OfAnyKindIsSilentAndHasTheRemedyRunOnceMore) {
 
     ASSERT_TRUE(WaitForLine(Loaded("second")));
     ExpectRemedies({{"unopened", 2}, {"unread", 2}, {"unwritten", 2}, {"sound", 1}});
-    EXPECT_EQ(FailuresOf("open", "filetimes/unopened"), 2U);  // to write it, and to read it
+    // A record is written when its job is replaced, and then once more when a worker still held
+    // that job.
+    EXPECT_THAT(FailuresOf("open", "filetimes/unopened"), AnyOf(2U, 3U));  // and read once
     EXPECT_EQ(FailuresOf("read", "filetimes/unread"), 1U);
-    EXPECT_EQ(FailuresOf("write", "filetimes/unwritten"), 1U);
+    EXPECT_THAT(FailuresOf("write", "filetimes/unwritten"), AnyOf(1U, 2U));
     for (const char* const job : {"unopened", "unread", "unwritten"}) {
         EXPECT_FALSE(sandbox->FileExists(RecordPath(job))) << job;
     }
