@@ -3,6 +3,8 @@
 #include <chrono>
 #include <thread>
 
+#include "support/Deadline.h"
+
 namespace kennly::test {
 
 /// Asks `condition` every 10 ms until it holds or `limit` has passed.
@@ -11,8 +13,7 @@ namespace kennly::test {
 /// Returns whether the condition held.
 template <class F>
 bool WaitUntil(F condition, std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (std::chrono::steady_clock::now() < deadline) {
+    for (Deadline deadline(limit); !deadline.HasPassed();) {
         if (condition()) {
             return true;
         }

@@ -14,6 +14,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "support/Deadline.h"
 #include "support/SandboxFork.h"
 #include "support/SandboxNamespaces.h"
 
@@ -323,13 +324,8 @@ bool SandboxProcess::Signal(int signal) {
 }
 
 std::optional<int> SandboxProcess::WaitForEnd(std::chrono::milliseconds limit) {
-    using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + limit;
-    while (Running() && Clock::now() < deadline) {
-        constexpr std::chrono::milliseconds LongestStep(60000);
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        Observe(static_cast<int>(std::clamp(left, {}, LongestStep).count()) + 1);
+    for (Deadline deadline(limit); Running() && !deadline.HasPassed();) {
+        Observe(static_cast<int>(std::min(limit, Deadline::LongestTurn).count()));
     }
     if (helperLost_) {
         throw std::runtime_error("the helper of a command in the sandbox ended early");

@@ -13,6 +13,8 @@
 #include <iterator>
 #include <utility>
 
+#include "support/Deadline.h"
+
 namespace kennly::test {
 namespace {
 
@@ -86,7 +88,7 @@ std::vector<LogLine> SystemLogSocket::Lines() const {
 }
 
 bool SystemLogSocket::WaitFor(const Condition& condition, std::chrono::milliseconds limit) const {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
+    Deadline deadline(limit);
     std::vector<LogLine> seen;
     for (;;) {
         {
@@ -98,9 +100,12 @@ bool SystemLogSocket::WaitFor(const Condition& condition, std::chrono::milliseco
             return true;
         }
         std::unique_lock<std::mutex> guard(lock_);
-        if (!arrived_.wait_until(guard, deadline, [&] { return lines_.size() > seen.size(); })) {
-            return false;
-        }
+        do {
+            if (deadline.HasPassed()) {
+                return false;
+            }
+        } while (!arrived_.wait_for(guard, Deadline::LongestTurn,
+                                    [&] { return lines_.size() > seen.size(); }));
     }
 }
 

@@ -24,6 +24,7 @@
 #include "support/ProcessView.h"
 #include "support/Sandbox.h"
 #include "support/SandboxPolling.h"
+#include "support/Stalls.h"
 #include "system/Configuration.h"
 
 namespace kennly::test {
@@ -71,6 +72,7 @@ protected:
         std::string error;
         sandbox = Sandbox::Create(error);
         ASSERT_TRUE(sandbox) << error;
+        stalls = std::make_unique<Stalls>();
     }
 
     void TearDown() override {
@@ -78,6 +80,10 @@ protected:
             std::cout << "the system log:\n" << DescribeLog(sandbox->Log());
         }
     }
+
+    /// The most seconds that something may take which is to take less than `seconds`: more on a
+    /// machine that has stood still since the test began.
+    double Allowing(double seconds) const { return seconds + stalls->Seconds(); }
 
     // ---- files
 
@@ -171,8 +177,7 @@ protected:
             last.push_back(TimeOf(path));
             beats.push_back({last.back()});
         }
-        const auto end = Clock::now() + duration;
-        while (Clock::now() < end) {
+        for (Deadline deadline(duration); !deadline.HasPassed();) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
             for (std::size_t index = 0; index < paths.size(); ++index) {
                 const std::int64_t time = TimeOf(paths[index]);
@@ -295,6 +300,7 @@ protected:
     std::string tag = "  ";  // of its role
     std::string runOutput;   // of the program that RunToItsEnd has run
     std::time_t fileTime = 1700000000;
+    std::unique_ptr<Stalls> stalls;
 
 private:
     static std::string Rendered(const LogLine& line) {

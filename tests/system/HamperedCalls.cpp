@@ -20,7 +20,8 @@
 // One that is called while SIGTERM is blocked does not count, nor fail: the program never calls it
 // so, but the runtime of a sanitizer does, for a thread of its own.
 // FAILING_EXECV=<text>: an execv() fails with ENOMEM when the last argument is that text.
-// SLOW_CALL=<name>: a call of execv, fork, getppid or prctl takes half a second before it begins.
+// SLOW_CALL=<name>: a call of execv, fork, getppid or prctl takes two seconds before it begins, in
+// which a test on a busy machine finds the process.
 // REFUSED_STACK=<anything>: another default size of threads' stacks is refused.
 //
 // The functions have their declarations included, because these may give them other symbols in 32
@@ -39,9 +40,9 @@ bool Says(const char* variable, const char* text) {
 }
 
 void DelayIfSlow(const char* name) {
-    constexpr useconds_t halfASecond = 500'000;
+    constexpr unsigned twoSeconds = 2;
     if (Says("SLOW_CALL", name)) {
-        usleep(halfASecond);
+        sleep(twoSeconds);
     }
 }
 

@@ -3,10 +3,7 @@ foreach(name
         StartTest RoleTest EndTest HeartbeatTest LoadTest ReloadTest RebuildTest BrokenFileTest
         MissingFileTest LoadErrorLimitTest CycleTest CheckTest ThrottleTest RemedyTest CommandTest
         TreeTest TreeSignalTest TreeHeartbeatTest TreeDeathTest TreeStopTest
-        StubbornChildTest EarlySignalTest ProgramPathTest TreeFailureTest LostParentTest)
-    kennly_unit_test(${name} LABEL system TIMEOUT 120)
-endforeach()
-foreach(name
+        StubbornChildTest EarlySignalTest ProgramPathTest TreeFailureTest LostParentTest
         AllocationFailureTest BothHangTest ClockJumpTest DescriptorShortageTest DescriptorTest
         FileChangeTest FileFailureTest FileStaleTest FullDiskTest FullLogEndTest FullLogTest HangTest
         LateDateTest MemoryTest RecordFailureTest RecoveryTest RestartTreeTest SamplesTest ScaleTest

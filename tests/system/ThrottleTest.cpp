@@ -20,14 +20,14 @@ TEST_F(ThrottleTest, WaitsFifteenSecondsOnceFailuresInARowPassTheThreshold) {
     const auto down = ArrivalsOf(RemedyRuns("down", "true"));
     EXPECT_GE(SecondsBetween(started, down[0]), 1);
     EXPECT_GE(SecondsBetween(down[0], down[1]), 1);
-    EXPECT_LT(SecondsBetween(down[0], down[1]), 12);
+    EXPECT_LT(SecondsBetween(down[0], down[1]), Allowing(12));
     EXPECT_GE(SecondsBetween(down[1], down[2]), 15);
-    EXPECT_LT(SecondsBetween(down[1], down[2]), 25);
+    EXPECT_LT(SecondsBetween(down[1], down[2]), Allowing(25));
     for (const char* const name : {"flapping", "unlimited"}) {
         const auto arrivals = ArrivalsOf(RemedyRuns(name, "true"));
         ASSERT_GE(arrivals.size(), 3U) << name;
         for (std::size_t index = 1; index < arrivals.size(); ++index) {
-            EXPECT_LT(SecondsBetween(arrivals[index - 1], arrivals[index]), 14) << name;
+            EXPECT_LT(SecondsBetween(arrivals[index - 1], arrivals[index]), Allowing(14)) << name;
         }
     }
     StopDaemon();

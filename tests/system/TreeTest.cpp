@@ -126,7 +126,7 @@ TEST_F(TreeTest, LeavesTheFirstProcessNoMoreThanAnInstant) {
 }
 
 TEST_F(TreeTest, HasAWatcherStarterThatExitsWithoutAFailureStatus) {
-    StartOptions start;  // it lives for half a second
+    StartOptions start;  // it lives for two seconds
     start.environment = {
         {"LD_PRELOAD", KENNLY_HAMPERED_CALLS}, {"SLOW_CALL", "fork"}, NoLeakSearch};
     StartDaemon({"-w"}, start);
