@@ -26,7 +26,7 @@ endfunction()
 function(kennly_unit_test path)
     cmake_parse_arguments(ARG "" "TIMEOUT;LABEL" "WRAP;WITH" ${ARGN})
     if(NOT ARG_TIMEOUT)
-        set(ARG_TIMEOUT 60)
+        set(ARG_TIMEOUT 600)  # ends what hangs, however slow the machine
     endif()
     if(NOT ARG_LABEL)
         set(ARG_LABEL unit)

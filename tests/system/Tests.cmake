@@ -8,7 +8,7 @@ foreach(name
         FileChangeTest FileFailureTest FileStaleTest FullDiskTest FullLogEndTest FullLogTest HangTest
         LateDateTest MemoryTest RecordFailureTest RecoveryTest RestartTreeTest SamplesTest ScaleTest
         ShellFailureTest SystemLogTest ThreadFailureTest ThreadStackTest)
-    kennly_unit_test(${name} LABEL system TIMEOUT 600)
+    kennly_unit_test(${name} LABEL system)
 endforeach()
 # These wait the longest, and so are started first.
 foreach(name
@@ -59,7 +59,7 @@ target_compile_definitions(system_SamplesTest PRIVATE
 
 # Two programs of different word sizes, with the same records.
 if(KENNLY_OTHER_PROGRAM)
-    kennly_unit_test(RecordExchangeTest LABEL system TIMEOUT 600)
+    kennly_unit_test(RecordExchangeTest LABEL system)
     target_compile_definitions(system_RecordExchangeTest PRIVATE
         KENNLY_OTHER_PROGRAM="${KENNLY_OTHER_PROGRAM}")
 endif()

@@ -6,7 +6,7 @@ kennly_unit_test(config/ElementParserTest WITH RecordedLog)
 kennly_unit_test(config/FileInspectionTest WITH FailingAllocation ObservedOpening WRAP read)
 kennly_unit_test(config/FileTimeTest)
 kennly_unit_test(config/GeneratedConfigurationTest WITH RecordedLog)
-kennly_unit_test(config/HostileFileTest WITH RecordedLog TIMEOUT 300)
+kennly_unit_test(config/HostileFileTest WITH RecordedLog)
 target_compile_definitions(unit_config_HostileFileTest PRIVATE
     KENNLY_SAMPLES="${PROJECT_SOURCE_DIR}/samples")
 kennly_unit_test(config/NumberTest)

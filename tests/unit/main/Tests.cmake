@@ -3,7 +3,7 @@ kennly_unit_test(main/ChildMainTest WITH RecordedLog RecordedPauses FailingAlloc
 kennly_unit_test(main/CommandLineTest)
 kennly_unit_test(main/DaemonTest WITH RecordedLog)
 kennly_unit_test(main/DescriptorTest)
-kennly_unit_test(main/HeartbeatTest WITH ObservedOpening TIMEOUT 10)
+kennly_unit_test(main/HeartbeatTest WITH ObservedOpening TIMEOUT 60)
 kennly_unit_test(main/LogTest WITH RecordedLog)
 kennly_unit_test(main/ParentMainTest WITH RecordedLog WRAP waitpid waitid kill sleep usleep)
 kennly_unit_test(main/ProcessTreeTest WITH RecordedLog WRAP fork execv prctl setsid)
