@@ -8,11 +8,7 @@
 
 namespace kennly {
 
-namespace {
-
-// The length of the UTF-8 character that `lead` begins, by TinyXML's own table: a byte that can
-// begin none counts as a character of its own.
-std::size_t CharacterLength(char lead) {
+std::size_t TinyXmlCharacterLength(char lead) {
     const auto byte = static_cast<unsigned char>(lead);
     if (byte >= 0xC2 && byte <= 0xDF) {
         return 2;
@@ -25,6 +21,8 @@ std::size_t CharacterLength(char lead) {
     }
     return 1;
 }
+
+namespace {
 
 // As isspace and isalpha tell in the C locale, which this program never leaves; spelt out because a
 // large file asks them for every byte.
@@ -96,7 +94,8 @@ private:
 // that are open.
 class Scanner {
 public:
-    explicit Scanner(std::string_view text) : rest_(text.substr(0, text.find('\0'))) {}
+    explicit Scanner(std::string_view text)
+        : text_(text.substr(0, text.find('\0'))), rest_(text_) {}
 
     XmlOutline Scan(std::size_t enough) {
         if (StartsWith("\xEF\xBB\xBF")) {
@@ -113,6 +112,7 @@ public:
             }
             SkipBlanks();
         }
+        outline_.end = text_.size() - rest_.size();
         return outline_;
     }
 
@@ -135,7 +135,7 @@ private:
         if (rest_.front() == '&' && StartsWith("&#") && rest_.size() > 2) {
             SkipNumberedCharacter();
         } else {
-            Skip(outline_.isUtf8 ? CharacterLength(rest_.front()) : 1);
+            Skip(outline_.isUtf8 ? TinyXmlCharacterLength(rest_.front()) : 1);
         }
     }
 
@@ -321,6 +321,7 @@ private:
         return value;
     }
 
+    const std::string_view text_;
     std::string_view rest_;
     std::size_t open_ = 0;  // elements that are open
     bool encodingSettled_ = false;
@@ -337,7 +338,7 @@ bool EndsInsideCharacter(std::string_view text) {
     const std::string_view read = text.substr(0, text.find('\0'));
     constexpr std::size_t longestCharacter = 4;
     for (std::size_t left = 1; left < longestCharacter && left <= read.size(); ++left) {
-        if (CharacterLength(read[read.size() - left]) > left) {
+        if (TinyXmlCharacterLength(read[read.size() - left]) > left) {
             return true;
         }
     }

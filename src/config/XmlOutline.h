@@ -9,6 +9,7 @@ namespace kennly {
 struct XmlOutline {
     std::size_t depth = 0;  // how deep elements nest; TinyXML goes one call deeper for each level
     std::size_t attributes = 0;  // the most of one element; TinyXML compares each with all before
+    std::size_t end = 0;         // where TinyXML stops reading: behind it, nothing counts
     bool isUtf8 = false;         // TinyXML will step through it by UTF-8 characters, not by bytes
 };
 
@@ -20,6 +21,10 @@ struct XmlOutline {
 /// include what it will not reach. Stops as soon as `enough` levels are found. Takes linear time
 /// and no memory. Any thread may call it.
 XmlOutline OutlineXml(std::string_view text, std::size_t enough);
+
+/// The length in bytes of the UTF-8 character that `lead` begins, by TinyXML's own table: a byte
+/// that can begin none counts as a character of its own.
+std::size_t TinyXmlCharacterLength(char lead);
 
 /// Whether `text` ends inside a UTF-8 character. TinyXML would step over the end of such a text.
 bool EndsInsideCharacter(std::string_view text);

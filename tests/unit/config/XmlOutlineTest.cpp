@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <limits>
@@ -135,6 +136,16 @@ Verdict VerdictOnFile(const std::string& path) {
     return VerdictOf(document, accepted);
 }
 
+// How much of a text TinyXML reads. It says so where it leaves something unread; else it has come
+// to the end, or given up.
+std::size_t EndByTinyXml(const std::string& text) {
+    const GuardedText guarded(text);
+    TiXmlDocument document;
+    const char* const end = document.Parse(guarded.Begin());
+    return end != nullptr ? static_cast<std::size_t>(end - guarded.Begin())
+                          : std::strlen(guarded.Begin());
+}
+
 void ExpectDepthOfAccepted(const std::vector<OutlineRow>& rows) {
     for (const OutlineRow& row : rows) {
         SCOPED_TRACE(row.what);
@@ -170,6 +181,42 @@ TEST(XmlOutlineTest, CountsAllThatTinyXmlReachesOfATextThatItRefuses) {
         EXPECT_FALSE(verdict.accepted);
         EXPECT_LE(verdict.depth, row.depth);
         EXPECT_LE(verdict.attributes, OutlineXml(row.text, NoLimit).attributes);
+    }
+}
+
+TEST(XmlOutlineTest, FindsWhereTinyXmlStopsReading) {
+    const struct {
+        std::string text;
+        std::size_t end;
+    } rows[] = {
+        {"<a/>", 4},
+        {"<a/>\n \n", 7},
+        {"<a/>text<b/>", 4},
+        {"<a/> \n text<b/>", 7},
+        {"<a></a>&<b/>", 7},
+        {"<a>text</a><!-- c --><b/>]", 25},
+        {"<?xml?><a/>\xC3\xA4", 11},
+        {"\xEF\xBB\xBF<a/>\xEF\xBB\xBF \xC3\xA4", 11},
+        {"<a/></b>text", 8},
+        {"<a/>\n\0text"s, 5},
+        {"<!-- <a/>", 9},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(Printable(row.text));
+        EXPECT_EQ(OutlineXml(row.text, NoLimit).end, row.end);
+        EXPECT_EQ(EndByTinyXml(row.text), row.end);
+    }
+    for (const OutlineRow& row : AcceptedTexts()) {
+        SCOPED_TRACE(row.what);
+        EXPECT_EQ(OutlineXml(row.text, NoLimit).end, EndByTinyXml(row.text));
+    }
+}
+
+TEST(XmlOutlineTest, EndsWithTheTextWhenTinyXmlGivesUp) {
+    for (const std::string& text : {"<a b></a> "s, "<a><b 1='2'></b></a>"s, "<a b='&#'/>"s,
+                                    "<?xml version='&#x'?><a/>"s, "<a b"s}) {
+        SCOPED_TRACE(text);
+        EXPECT_EQ(OutlineXml(text, NoLimit).end, text.size());
     }
 }
 
@@ -609,6 +656,7 @@ void CompareWithTinyXml(const TemporaryDirectory& directory, const std::string& 
     if (verdict.accepted) {
         ASSERT_EQ(outline.depth, verdict.depth);
         ASSERT_EQ(outline.attributes, verdict.attributes);
+        ASSERT_EQ(outline.end, EndByTinyXml(read));
     }
     if (read[0] != '\0') {
         ASSERT_EQ(VerdictOnMemory(read), verdict) << "TinyXML reads what is behind the text";
