@@ -30,7 +30,7 @@ std::int32_t DogExecuteAction::Start() const {
     if (type != RemedyTypeExecuteAlways) {
         LogDebug(jobName.c_str(), "check failed - running remedy:", command.c_str());
     }
-    const std::string commandLine = "nohup " + command + " 1>/dev/null 2>/dev/null &";
+    const std::string commandLine = CommandLineOf(command);
     const int waitStatus = std::system(commandLine.c_str());
     if (waitStatus == -1) {
         return ResultNotEvaluated;
@@ -38,6 +38,10 @@ std::int32_t DogExecuteAction::Start() const {
     // Deliberate: how the shell ended is not looked at, so an end by a signal reads as status 0.
     constexpr int exitStatusShift = 8;
     return waitStatus >> exitStatusShift == 0 ? ResultHealthy : ResultFailed;
+}
+
+std::string DogExecuteAction::CommandLineOf(const std::string& command) {
+    return "nohup " + command + " 1>/dev/null 2>/dev/null &";
 }
 
 bool DogExecuteAction::IsBlocked() const {

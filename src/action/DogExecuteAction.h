@@ -25,6 +25,9 @@ public:
     /// runs after failed checks only.
     std::int32_t DoAction() override;
 
+    /// What the shell is given for `command`.
+    static std::string CommandLineOf(const std::string& command);
+
 private:
     std::int32_t Start() const;
     bool IsBlocked() const;

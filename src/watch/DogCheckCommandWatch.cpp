@@ -30,7 +30,7 @@ std::int32_t DogCheckCommandWatch::Evaluate() const {
         LogError("check error - DogCheckCommandWatch::DoWatch() no command!!", jobName.c_str());
         return ResultNotEvaluated;
     }
-    const std::string commandLine = command + " 1>/dev/null 2>/dev/null";
+    const std::string commandLine = CommandLineOf(command);
     const int waitStatus = std::system(commandLine.c_str());
     if (waitStatus == -1) {
         LogSystemFailure(commandLine, errno);
@@ -39,6 +39,10 @@ std::int32_t DogCheckCommandWatch::Evaluate() const {
     // Deliberate: how the shell ended is not looked at, so an end by a signal reads as status 0.
     constexpr int exitStatusShift = 8;
     return Judge(waitStatus >> exitStatusShift);
+}
+
+std::string DogCheckCommandWatch::CommandLineOf(const std::string& command) {
+    return command + " 1>/dev/null 2>/dev/null";
 }
 
 std::int32_t DogCheckCommandWatch::Judge(std::int32_t exitStatus) const {

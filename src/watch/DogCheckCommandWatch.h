@@ -26,12 +26,17 @@ public:
     /// throws.
     std::int32_t DoWatch() override;
 
+    /// What the shell is given for `command`.
+    static std::string CommandLineOf(const std::string& command);
+
+    /// ResultHealthy or ResultFailed, for an exit status of the command.
+    std::int32_t Judge(std::int32_t exitStatus) const;
+
     bool anyNonZeroFails = true;
     std::int32_t runActionResult = 0;  // not looked at while anyNonZeroFails is set
 
 private:
     std::int32_t Evaluate() const;
-    std::int32_t Judge(std::int32_t exitStatus) const;
     void LogSystemFailure(const std::string& commandLine, int error) const;
 };
 
