@@ -13,7 +13,7 @@ function(kennly_symbol function variable)
     endif()
 endfunction()
 
-# kennly_unit_test(<folder>/<Name>Test [WRAP function...] [WITH stand-in...] [TIMEOUT seconds] [LABEL label])
+# kennly_unit_test(<folder>/<Name>Test [WRAP function...] [WITH stand-in...] [TIMEOUT seconds] [LABEL label] [CTL])
 #
 # One executable and one CTest entry from <folder>/<Name>Test.cpp below the current directory. The target
 # kennly_tests_<label> builds all of a label: unit (the default), system or stress.
@@ -23,8 +23,9 @@ endfunction()
 #        (records pauses instead of sleeping), FailingAllocation (makes operator new fail on demand),
 #        ScriptedShell (records the command lines of system() and answers them on demand), ObservedOpening
 #        (records how files are opened).
+# CTL:   for what kennlyctl has and the daemon has not.
 function(kennly_unit_test path)
-    cmake_parse_arguments(ARG "" "TIMEOUT;LABEL" "WRAP;WITH" ${ARGN})
+    cmake_parse_arguments(ARG "CTL" "TIMEOUT;LABEL" "WRAP;WITH" ${ARGN})
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 600)  # ends what hangs, however slow the machine
     endif()
@@ -47,6 +48,9 @@ function(kennly_unit_test path)
         endif()
     endforeach()
     target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    if(ARG_CTL)
+        target_link_libraries(${target} PRIVATE kennlyctlcore)
+    endif()
     target_link_libraries(${target} PRIVATE kennlycore GTest::gmock GTest::gtest GTest::gtest_main)
     if(ARG_LABEL STREQUAL "system")
         target_link_libraries(${target} PRIVATE kennly_sandbox)
