@@ -12,7 +12,10 @@ function(kennly_needs_stand_in)
     endforeach()
 endfunction()
 
-foreach(name DaemonProcessesTest ProcFileTest)
+foreach(name
+        DaemonLogTest DaemonProcessesTest HeartbeatFileTest JobStateTest ProblemsTest ProcFileTest
+        RunningCommandsTest SnapshotTest TreeStateTest)
     kennly_unit_test(status/${name} CTL)
 endforeach()
-kennly_needs_stand_in(status_DaemonProcessesTest status_ProcFileTest)
+kennly_needs_stand_in(status_DaemonProcessesTest status_ProcFileTest status_RunningCommandsTest
+    status_SnapshotTest status_TreeStateTest)
