@@ -9,7 +9,7 @@
 set -eu
 
 native=$(dpkg --print-architecture)
-packages="g++ cmake ninja-build libtinyxml-dev"
+packages="g++ cmake ninja-build libtinyxml-dev nlohmann-json3-dev"
 second=
 for group in "$@"; do
     case $group in
