@@ -1,8 +1,8 @@
 #!/bin/sh
 # build.sh [release|linux32]
 #
-# Builds the program as it is installed, for this machine or for 32-bit Linux, and nothing else. Installs
-# what that needs.
+# Builds the daemon and kennlyctl as they are installed, for this machine or for 32-bit Linux, and nothing else.
+# Installs what that needs.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -16,5 +16,5 @@ linux32) scripts/install-deps.sh linux32 ;;
     ;;
 esac
 cmake --preset "$preset" -DKENNLY_BUILD_TESTS=OFF >/dev/null
-cmake --build "build/$preset" --target kennly
-echo "built: build/$preset/src/kennly"
+cmake --build "build/$preset" --target kennly kennlyctl
+echo "built: build/$preset/src/kennly and build/$preset/src/kennlyctl"

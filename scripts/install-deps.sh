@@ -9,11 +9,12 @@
 set -eu
 
 native=$(dpkg --print-architecture)
-packages="g++ cmake ninja-build libtinyxml-dev nlohmann-json3-dev"
+packages="g++ cmake ninja-build libtinyxml-dev libcli11-dev nlohmann-json3-dev"
 second=
 for group in "$@"; do
     case $group in
-    test) packages="$packages libgtest-dev libgmock-dev googletest bats bats-assert libxml2-utils man-db mandoc" ;;
+    test) packages="$packages libgtest-dev libgmock-dev googletest bats bats-assert libxml2-utils man-db mandoc"
+        packages="$packages prometheus procps" ;;
     check) packages="$packages clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev cppcheck gcovr git" ;;
     package) packages="$packages build-essential debhelper" ;;
     package-test) packages="$packages dpkg-dev lintian bats bats-assert libxml2-utils mmdebstrap systemd-container procps" ;;

@@ -3,7 +3,7 @@
 #
 # Builds everything under the address and undefined behaviour sanitizers, or under the thread sanitizer;
 # runs the unit and stress tests. The system tests and storms are those of the build without sanitizers,
-# release or linux32, and run with the program of this one in the place of its own, which needs root.
+# release or linux32, and run with the programs of this one in the place of its own, which needs root.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -44,9 +44,9 @@ fi
 
 scripts/install-deps.sh test $packages
 cmake --preset $plain -DKENNLY_BUILD_TESTS=ON >/dev/null
-cmake --build build/$plain --target kennly kennly_tests_system kennly_tests_storm kennly_early_pause -- --quiet
+cmake --build build/$plain --target kennly kennlyctl kennly_tests_system kennly_tests_storm kennly_early_pause -- --quiet
 cmake --preset "$preset" >/dev/null
-cmake --build "build/$preset" --target kennly kennly_tests_unit kennly_tests_stress -- --quiet
+cmake --build "build/$preset" --target kennly kennlyctl kennly_tests_unit kennly_tests_stress -- --quiet
 ctest --preset "$preset"
 
 # The daemon has no standard error, so that reports go to files.
@@ -62,6 +62,7 @@ fi
 status=0
 # shellcheck disable=SC2016 # expanded inside
 unshare --mount sh -c 'mount --bind "build/$1/src/kennly" "build/$2/src/kennly" &&
+    mount --bind "build/$1/src/kennlyctl" "build/$2/src/kennlyctl" &&
     exec ctest --preset "$2" --label-regex "system|storm" --exclude-regex "$3"' \
     sh "$preset" $plain "$left_out" || status=$?
 for report in "$reports"/*; do

@@ -1,6 +1,8 @@
 #!/usr/bin/env bats
 # The manual pages: formatted without a complaint, installed, and in agreement with README.md, whose tables
-# say which options, attributes, types and log lines there are.
+# say which options, attributes, types and log lines there are; that of kennlyctl with its help and its source.
+#
+# KENNLY_CTL: the program kennlyctl.
 
 load /usr/lib/bats/bats-support/load
 load /usr/lib/bats/bats-assert/load
@@ -27,7 +29,7 @@ list_pages() {
 # The page man/$1 as text, in lines so wide that none is broken.
 text_of() {
     [ -f "$project/man/$1" ] || fail "there is no man/$1"
-    groff -M "$unaided" -K utf8 -man -T utf8 -r LL=20000n -P -cbou "$project/man/$1"
+    groff -M "$unaided" -K utf8 -t -man -T utf8 -r LL=20000n -P -cbou "$project/man/$1"
 }
 
 # What stands below the heading $1 in the text of a page, which is read: of a section until the next
@@ -284,4 +286,129 @@ cut_out_examples() {
     done
     run grep -lE '^ *<kennly' "$BATS_TEST_TMPDIR"/kennly.xml.5/*.xml
     assert_success # one of them is a whole file
+}
+
+# ---- kennlyctl(8), whose verbs and options are those of its help, and whose codes those of its source
+
+# The verbs that the help lists.
+verbs() {
+    "$KENNLY_CTL" --help | awk '/^Subcommands:/ { inside = 1; next } inside && NF { print $1 }'
+}
+
+# The options of a verb in its help, in lines such as "-W,--watcher"; without a verb, those of the program.
+options_in_help() {
+    "$KENNLY_CTL" "$@" --help | awk '$1 ~ /^-/ { print $1 }' | sort
+}
+
+# What stands in the first column of the table below the heading $1 of kennlyctl(8); columns are three blanks apart.
+rows_of_table() {
+    text_of kennlyctl.8 | below "$1" | sed -nE 's/^ {7}([^ ]+) {3,}[^ ].*/\1/p'
+}
+
+# The texts in quotes in the files given that can be nothing but codes: what stands behind a severity or a level,
+# and words of small letters joined by hyphens.
+codes_in() {
+    cat "$@" | sed 's|//.*||' | tr -s '[:space:]' ' ' |
+        grep -oE '(Severity|Level)::[A-Z][a-z]+, "[a-z-]+"|"[a-z]+(-[a-z]+)+"' | grep -oE '"[^"]+"' | tr -d '"' | sort -u
+}
+
+@test "kennlyctl(8) has each verb of the help, in its synopsis and with a section, and no other" {
+    assert [ -n "$(verbs)" ]
+    synopsis=$(text_of kennlyctl.8 | below SYNOPSIS | awk '$2 ~ /^[a-z]/ { print $2 }')
+    assert_equal "$synopsis" "$(verbs)"
+    sections=$(text_of kennlyctl.8 | awk '/^[^ ]/ { inside = $0 == "VERBS" } inside && /^   [^ ]/ { print $1 }')
+    assert_equal "$sections" "$(verbs)"
+}
+
+@test "kennlyctl(8) has each option of each verb, and no other" {
+    for verb in $(verbs); do
+        expected=$(options_in_help "$verb" | grep -vx -- '-h,--help')
+        tags=$(text_of kennlyctl.8 | below "$verb" |
+            sed -nE 's/^       (-[A-Za-z], )?(--[a-z-]+).*/\1\2/p' | tr -d ' ' | sort)
+        assert_equal "$verb: $tags" "$verb: $expected"
+        # In the synopsis each has one of its names.
+        names=$(text_of kennlyctl.8 | below SYNOPSIS | grep " kennlyctl $verb " | grep -oE -- '-[-A-Za-z]+' | sort)
+        assert_equal "$verb: $names" "$verb: $(cut -d , -f 1 <<<"$expected" | sort)"
+    done
+    assert_equal "$(options_in_help)" "$(printf '%s\n' --version -h,--help | sort)"
+    text_of kennlyctl.8 | below VERBS | grep -F -- '-h, --help'
+    text_of kennlyctl.8 | below SYNOPSIS | grep -F -- '--version'
+}
+
+@test "kennlyctl(8) has each code of what check finds, and no other" {
+    codes=$(codes_in "$project"/src/lint/*Rules.cpp "$project"/src/lint/{JobSelection,Lint}.cpp)
+    assert [ "$(wc -l <<<"$codes")" -gt 60 ]
+    assert_equal "$(rows_of_table "WHAT CHECK FINDS" | sort)" "$codes"
+}
+
+@test "kennlyctl(8) has each code of what status finds, and no other" {
+    codes=$(codes_in "$project/src/status/Problems.cpp")
+    assert [ "$(wc -l <<<"$codes")" -gt 10 ]
+    assert_equal "$(rows_of_table "WHAT STATUS FINDS" | sort)" "$codes"
+}
+
+@test "kennlyctl(8) has each metric of status, with its labels, and no other" {
+    source=$project/src/ctl/StatusMetrics.cpp
+    names=$(grep -oE '"kennly_[a-z_]+"' "$source" | tr -d '"' | sort -u)
+    assert [ "$(wc -l <<<"$names")" -gt 8 ]
+    assert_equal "$(rows_of_table METRICS | sort)" "$names"
+    labels=$(grep -oE '[,{][a-z_]+=\\"|"code=|,level=' "$source" | grep -oE '[a-z_]+' | sort -u)
+    assert_equal "$(text_of kennlyctl.8 | below METRICS | grep -oE 'tree|role|job_name|code|level' | sort -u)" "$labels"
+}
+
+@test "kennlyctl(8) has each member of what status writes as an object, and no other" {
+    members=$(grep -oE '\{"[a-z_]+",' "$project/src/ctl/StatusJson.cpp" | tr -d '{",' | sort -u)
+    assert [ "$(wc -l <<<"$members")" -gt 40 ]
+    named=$(sed -n '/^\.SH "MEMBERS OF THE OBJECT"/,/^\.TE/p' "$project/man/kennlyctl.8" | grep -oE '\\fB[a-z_]+|^[a-z_]+(, [a-z_]+)*$' |
+        sed 's/\\fB//' | tr -d ' ' | tr ',' '\n' | sort -u)
+    assert_equal "$named" "$members"
+}
+
+@test "kennlyctl(8) has each exit status, and no other" {
+    statuses=$({
+        sed -nE 's/.* Exit[A-Za-z]+ = ([0-9]+);.*/\1/p' "$project/src/ctl/ExitStatus.h"
+        sed -nE 's/.* statusOf[A-Za-z]+ = ([0-9]+);.*/\1/p' "$project"/src/ctl/*.cpp
+    } | sort -n)
+    assert [ "$(wc -l <<<"$statuses")" -gt 9 ]
+    assert_equal "$(rows_of_table "EXIT STATUS")" "$statuses"
+}
+
+@test "README has each exit status of kennlyctl, and no other" {
+    assert_equal "$(readme_rows "### Exit statuses of kennlyctl" | cut -d '|' -f 2 | tr -d ' ')" \
+        "$(rows_of_table "EXIT STATUS")"
+}
+
+@test "each problem that README explains is one that status finds" {
+    codes=$(rows_of_table "WHAT STATUS FINDS"; rows_of_table "WHAT CHECK FINDS")
+    named=$(readme_below "## When something is wrong" | grep -oE '\[[a-z]+(-[a-z]+)*\] ' | tr -d '[] ')
+    assert [ -n "$named" ]
+    for code in $named; do
+        grep -qx -- "$code" <<<"$codes" || fail "no such code: $code"
+    done
+}
+
+@test "what README shows of check is what check says" {
+    cd "$BATS_TEST_TMPDIR"
+    cat >new.xml <<'END'
+<kennly>
+    <job name="report" enabled="true">
+        <check type="CheckCommandResult" delay="5">
+            <param value="cd /srv && test -e report"/>
+        </check>
+        <remedy type="Execute" blockAction="/run/report.maintenance">
+            <param value="cd /srv; timeout 60 make report"/>
+        </remedy>
+    </job>
+    <job name="web" enabled="yes">
+        <check type="CheckCommandResult" delay="5"><param value="timeout 5 true"/></check>
+        <remedy type="Execute"><param value="true"/></remedy>
+    </job>
+</kennly>
+END
+    shown=$(readme_below "## When something is wrong" | sed -n '/^```/,/^```/{ /^```/d; p }')
+    command=$(sed -n '1s/^\$ kennlyctl //p' <<<"$shown")
+    assert [ -n "$command" ]
+    # shellcheck disable=SC2086 # several words
+    run "$KENNLY_CTL" $command
+    assert_output "$(tail -n +2 <<<"$shown")"
 }

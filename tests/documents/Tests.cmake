@@ -1,3 +1,4 @@
 kennly_document_test(ManualTest)
 kennly_document_test(RecipesTest)
 kennly_document_test(SchemaTest)
+kennly_document_test(CompletionTest)

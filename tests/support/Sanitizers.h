@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <utility>
+
 #if defined(__has_feature)
 #define KENNLY_HAS_FEATURE(feature) __has_feature(feature)
 #else
@@ -24,6 +27,11 @@ inline constexpr bool WithAddressSanitizer = false;
 
 /// Whether it takes several times the time and the memory that it would take without.
 inline constexpr bool WithSanitizer = WithThreadSanitizer || WithAddressSanitizer;
+
+/// For the environment of a process that cannot look for leaks of its own: under a sanitizer it
+/// traces itself at its end, which another tracer prevents, and looks itself up in /proc, which may
+/// have numbers other than its own.
+inline const std::pair<std::string, std::string> NoLeakSearch = {"LSAN_OPTIONS", "detect_leaks=0"};
 
 }  // namespace kennly::test
 

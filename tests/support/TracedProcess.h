@@ -11,15 +11,10 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 #include "support/SandboxPolling.h"
 
 namespace kennly::test {
-
-/// For the environment of a process to be traced: under a sanitizer it would trace itself at its
-/// end, in search of leaks.
-inline const std::pair<std::string, std::string> NoLeakSearch = {"LSAN_OPTIONS", "detect_leaks=0"};
 
 /// A process whose parent is another one than the test: who traces it learns its status, too.
 ///

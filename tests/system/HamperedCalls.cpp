@@ -22,6 +22,7 @@
 // FAILING_EXECV=<text>: an execv() fails with ENOMEM when the last argument is that text.
 // SLOW_CALL=<name>: a call of execv, fork, getppid or prctl takes two seconds before it begins, in
 // which a test on a busy machine finds the process.
+// FAILING_PIDFD=<anything>: pidfd_open() fails with EMFILE.
 // REFUSED_STACK=<anything>: another default size of threads' stacks is refused.
 //
 // The functions have their declarations included, because these may give them other symbols in 32
@@ -98,6 +99,14 @@ int execv(const char* path, char* const* arguments) {
         return -1;
     }
     return Next<int(const char*, char* const*)>("execv")(path, arguments);
+}
+
+int pidfd_open(pid_t process, unsigned flags) {
+    if (std::getenv("FAILING_PIDFD") != nullptr) {
+        errno = EMFILE;
+        return -1;
+    }
+    return Next<int(pid_t, unsigned)>("pidfd_open")(process, flags);
 }
 
 pid_t getppid() {

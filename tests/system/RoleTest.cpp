@@ -1,3 +1,4 @@
+#include "support/Sanitizers.h"
 #include "support/TracedProcess.h"
 #include "system/DaemonFixture.h"
 

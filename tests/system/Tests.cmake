@@ -63,3 +63,21 @@ if(KENNLY_OTHER_PROGRAM)
     target_compile_definitions(system_RecordExchangeTest PRIVATE
         KENNLY_OTHER_PROGRAM="${KENNLY_OTHER_PROGRAM}")
 endif()
+
+# The second program, beside the first.
+find_package(nlohmann_json REQUIRED)
+foreach(name
+        CtlCheckTest CtlApplyTest CtlApplyRefusalTest CtlBlockTest CtlStartTest CtlStopTest
+        CtlStatusTest CtlStatusTreeTest CtlStatusConfigTest CtlStatusJobTest CtlStatusFormatTest
+        CtlStatusUserTest CtlTestTest CtlTestRemedyTest CtlSurroundingsTest)
+    kennly_unit_test(${name} LABEL system)
+    target_compile_definitions(system_${name} PRIVATE KENNLY_CTL="$<TARGET_FILE:kennlyctl>")
+    target_link_libraries(system_${name} PRIVATE nlohmann_json::nlohmann_json)
+    add_dependencies(system_${name} kennlyctl)
+endforeach()
+foreach(name CtlApplyTest CtlStopTest CtlStatusConfigTest CtlStatusTreeTest)
+    set_tests_properties(system/${name} PROPERTIES COST 1000)  # as above
+endforeach()
+foreach(name CtlStartTest CtlStatusConfigTest CtlStopTest)
+    system_preload(${name} kennly_hampered_calls KENNLY_HAMPERED_CALLS)
+endforeach()

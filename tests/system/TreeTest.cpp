@@ -1,5 +1,6 @@
 #include <regex>
 
+#include "support/Sanitizers.h"
 #include "support/TracedProcess.h"
 #include "system/GrowingTree.h"
 #include "system/TreeFixture.h"
