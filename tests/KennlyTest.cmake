@@ -62,4 +62,17 @@ function(kennly_unit_test path)
     target_precompile_headers(${target} REUSE_FROM kennly_test_headers)
     add_test(NAME ${ARG_LABEL}/${path} COMMAND ${target})
     set_tests_properties(${ARG_LABEL}/${path} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})
+    kennly_keep_configurations(${ARG_LABEL}/${path})
+endfunction()
+
+# kennly_keep_configurations(<test>)
+#
+# Has a test keep the configurations that it writes, for system/KeptAgreementTest, which runs after it.
+set(KENNLY_CONFIGURATIONS ${PROJECT_BINARY_DIR}/configurations)
+file(MAKE_DIRECTORY ${KENNLY_CONFIGURATIONS})
+function(kennly_keep_configurations test)
+    string(REPLACE "/" "_" file ${test})
+    set_property(TEST ${test} APPEND PROPERTY
+        ENVIRONMENT_MODIFICATION KENNLY_CONFIGURATIONS=set:${KENNLY_CONFIGURATIONS}/${file})
+    set_property(GLOBAL APPEND PROPERTY kennly_tests_that_keep ${test})
 endfunction()

@@ -30,7 +30,20 @@ REMEDY='<remedy type="Execute"><param value="true"/></remedy>'
 COMMAND_CHECK="$CHECK_TYPE>
             $CHECK_PARAM"
 
+setup_file() {
+    [ -z "${KENNLY_CONFIGURATIONS-}" ] || : >"$KENNLY_CONFIGURATIONS"
+}
+
+# For what kennlyctl and the daemon say of it: see tests/support/KeptConfigurations.h.
+keep() {
+    local size
+    size=$(stat --format %s "$1")
+    [ -z "${KENNLY_CONFIGURATIONS-}" ] || [ "$size" -gt 262144 ] ||
+        { echo "$size" && cat "$1"; } >>"$KENNLY_CONFIGURATIONS"
+}
+
 validate() {
+    keep "$1"
     run xmllint --nonet --noout --schema "$SCHEMA" "$1"
 }
 

@@ -13,6 +13,7 @@
 #include <sstream>
 #include <utility>
 
+#include "support/KeptConfigurations.h"
 #include "support/SandboxDescriptor.h"
 #include "support/SandboxNamespaces.h"
 #include "support/SystemLogSocket.h"
@@ -119,6 +120,7 @@ bool Sandbox::BeginLogAgain() {
 }
 
 bool Sandbox::WriteFile(const std::string& path, const std::string& content) const {
+    KeepConfiguration(path, content);
     const Descriptor file(open(PathInside(path).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
     if (!file.IsOpen()) {
         return false;

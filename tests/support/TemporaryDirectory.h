@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "support/KeptConfigurations.h"
+
 namespace kennly::test {
 
 /// A directory of its own for one test; removed with all its content at the end.
@@ -37,6 +39,7 @@ public:
 
     /// Writes a file and returns its path.
     std::string Write(const std::string& name, const std::string& content) const {
+        KeepConfiguration(name, content);
         std::ofstream file(Path(name), std::ios::binary | std::ios::trunc);
         file << content;
         if (!file.flush()) {

@@ -12,3 +12,7 @@ target_compile_definitions(unit_config_HostileFileTest PRIVATE
 kennly_unit_test(config/NumberTest)
 kennly_unit_test(config/TheConfigTest WITH RecordedLog)
 kennly_unit_test(config/XmlOutlineTest)
+
+# What they keep, system/KeptAgreementTest has at least.
+set_tests_properties(unit/config/ConfigLoadTest unit/config/HostileFileTest PROPERTIES
+    FIXTURES_SETUP kept_configurations)
