@@ -42,6 +42,12 @@ configure() {
     echo "<kennly>$1</kennly>" | here sh -c "cat >$config/kennly.xml.new && mv $config/kennly.xml.new $config/kennly.xml"
 }
 
+# exchange <elements>: the same within the second of the file that there is, which the daemon does not notice.
+exchange() {
+    echo "<kennly>$1</kennly>" | here sh -c "cat >$config/kennly.xml.new &&
+        touch -r $config/kennly.xml $config/kennly.xml.new && mv $config/kennly.xml.new $config/kennly.xml"
+}
+
 # The number of processes of the daemon.
 daemons() {
     here sh -c 'ls -l /proc/[0-9]*/exe 2>/dev/null' | grep -c ' /usr/sbin/kennly'
@@ -87,6 +93,17 @@ traces() {
     run here dpkg-query --show --showformat '${Recommends}' kennly
     assert_output --partial rsyslog
     assert_output --partial logrotate
+}
+
+@test "it brings kennlyctl with its page and completion, and examples for many machines" {
+    run here dpkg --listfiles kennly
+    for file in /usr/sbin/kennly /usr/bin/kennlyctl /usr/share/man/man8/kennlyctl.8.gz \
+        /usr/share/bash-completion/completions/kennlyctl /usr/share/doc/kennly/examples/fleet/kennly-alerts.yml; do
+        assert_line "$file"
+        here test -s "$file"
+    done
+    assert_equal "$(here kennlyctl --version)" \
+        "kennlyctl $(here dpkg-query --show --showformat '${Version}' kennly)"
 }
 
 @test "its directories are root's, and nobody else writes them" {
@@ -210,14 +227,56 @@ Type=exec"
     process=$(main_process kennly)
     configure "<job name='before' enabled='false'/>"
     eventually 30 log_has "job not enabled - ignoring job: before"
-    # A file that has been exchanged for one of the same second is not noticed by itself.
-    here sh -c "echo \"<kennly><job name='after' enabled='false'/></kennly>\" >$config/kennly.xml.new &&
-        touch -r $config/kennly.xml $config/kennly.xml.new && mv $config/kennly.xml.new $config/kennly.xml"
+    exchange "<job name='after' enabled='false'/>"
 
     here systemctl reload kennly
 
     eventually 30 log_has "job not enabled - ignoring job: after"
     assert_equal "$(main_process kennly)" "$process"
+}
+
+@test "a reload refuses a file with errors, says why, and leaves alone what runs" {
+    local process
+    process=$(main_process kennly)
+    configure "<job name='good' enabled='false'/>"
+    eventually 30 log_has "job not enabled - ignoring job: good"
+    exchange "<job>"
+
+    run ! here systemctl reload kennly
+
+    run here journalctl --unit kennly --output cat
+    assert_line --partial "$config/kennly.xml:1:14: error: [load-fails]"
+    assert_line "kennlyctl: refused; $config/kennly.xml stays as it is"
+    run ! log_has "config file failed to load"
+    assert_equal "$(here systemctl is-active kennly)" active
+    assert_equal "$(main_process kennly)" "$process"
+}
+
+@test "a reload that is not over within a minute fails, and happens all the same" {
+    configure "$(job hangs 'sleep 4323' true)"
+    eventually 30 here pgrep -x -f 'sleep 4323'
+    exchange "$(job after 'touch /run/taken-up' true)"
+
+    run ! here systemctl reload kennly
+
+    run here journalctl --unit kennly --output cat
+    assert_line --partial "kennlyctl: the daemon has not taken it up within 60 s"
+    run ! here test -e /run/taken-up
+    here pkill -x -f 'sleep 4323'
+    eventually 30 here test -e /run/taken-up
+}
+
+@test "a start tells the journal what is worth knowing of the file, and is one all the same" {
+    configure "<job name='incomplete' enabled='true'/>
+        <job name='hasty' enabled='true'><check type='CheckCommandResult'><param value='true'/></check>
+            <remedy type='Execute'><param value='true'/></remedy></job>"
+
+    here systemctl restart kennly
+
+    assert_equal "$(here systemctl is-active kennly)" active
+    run here journalctl --unit kennly --output cat
+    assert_line --partial "error: [no-remedy]"
+    assert_line --partial "warning: [no-delay]"
 }
 
 @test "the watcher is started, asked for its configuration and reloaded in the same way" {
