@@ -14,7 +14,7 @@ second=
 for group in "$@"; do
     case $group in
     test) packages="$packages libgtest-dev libgmock-dev googletest bats bats-assert libxml2-utils man-db mandoc"
-        packages="$packages prometheus procps" ;;
+        packages="$packages prometheus rsyslog rsyslog-relp openssl iproute2 procps" ;;
     check) packages="$packages clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev cppcheck gcovr git" ;;
     package) packages="$packages build-essential debhelper" ;;
     package-test) packages="$packages dpkg-dev lintian bats bats-assert libxml2-utils mmdebstrap systemd-container procps" ;;

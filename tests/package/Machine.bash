@@ -10,6 +10,9 @@ config=$data/config
 heartbeats=$data/heartbeats
 log=/var/log/kennly.log
 
+# shellcheck source=tests/support/Eventually.bash
+. "$(dirname "${BASH_SOURCE[0]}")/../support/Eventually.bash"
+
 if [ -n "${BATS_VERSION:-}" ]; then
     load /usr/lib/bats/bats-support/load
     load /usr/lib/bats/bats-assert/load
@@ -123,19 +126,4 @@ machine_end() {
 # show_log_of_failure <name>: for a teardown: prints the log of a machine if the test has failed.
 show_log_of_failure() {
     [ -n "$BATS_TEST_COMPLETED" ] || inside "$1" cat "$log"
-}
-
-# eventually <seconds> <command> [<argument>...]: repeats a command until it succeeds. When time is up before,
-# prints the output of its last try, and fails.
-eventually() {
-    local limit=$((SECONDS + $1)) output
-    shift
-    until output=$("$@" 2>&1 3>&-); do
-        if [ "$SECONDS" -ge "$limit" ]; then
-            echo "not within its time: $*"
-            echo "$output"
-            return 1
-        fi
-        sleep 0.2
-    done
 }
