@@ -1,6 +1,6 @@
 // Both trees of the daemon, each with checks of the other's heartbeats: the child of the main tree
 // is killed, the watcher tree notices that its heartbeat is not refreshed any more, and restarts
-// the main tree.
+// the main tree. In the end kennlyctl shows both, and ends them.
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -12,6 +12,7 @@
 #include <ctime>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -55,6 +56,7 @@ public:
         Prepare();
         ShowStart();
         ShowRecovery();
+        ShowStatus();
         ShowOrderlyEnd();
     }
 
@@ -97,16 +99,50 @@ private:
         Print();
     }
 
-    void ShowOrderlyEnd() {
-        stage_.Headline("SIGTERM to both parents");
-        for (const DaemonProcess& process : DaemonProcesses(stage_.sandbox)) {
-            if (!process.IsChild()) {
-                kill(process.outside, SIGTERM);
-            }
+    void ShowStatus() {
+        stage_.Headline("What can be seen of both from outside: kennlyctl status --watcher");
+        const Answer answer = RunCtl({"status", "--watcher"});
+        PrintIndented(answer.text);
+        Stage::Require(answer.status == 0, "kennlyctl status has found something wrong");
+        for (const char* const tree : {"main tree: runs\n", "watcher tree: runs\n"}) {
+            Stage::Require(answer.text.find(tree) != std::string::npos,
+                           std::string("kennlyctl status does not say: ") + tree);
         }
-        Stage::Await([this] { return DaemonProcesses(stage_.sandbox).empty(); },
-                     "processes were left behind");
+        for (const Role& role : Roles) {
+            const std::string number = test::OnlyDaemonProcess(stage_.sandbox, role.tag)->number;
+            Stage::Require(answer.text.find(" " + number + ", for ") != std::string::npos,
+                           std::string("kennlyctl status does not show the ") + role.name);
+        }
+    }
+
+    void ShowOrderlyEnd() {
+        stage_.Headline("SIGTERM to the parents: kennlyctl stop");
+        const Answer answer = RunCtl({"stop"});
+        PrintIndented(answer.text);
+        Stage::Require(answer.status == 0, "kennlyctl stop has failed");
+        Stage::Require(DaemonProcesses(stage_.sandbox).empty(), "processes were left behind");
         stage_.Say("kennly", "nothing of it runs any more");
+    }
+
+    struct Answer {
+        int status = -1;  // -1: it did not exit
+        std::string text;
+    };
+    Answer RunCtl(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), KENNLY_CTL);
+        test::StartOptions options;
+        options.captureOutput = true;
+        const auto ctl = stage_.sandbox.Start(arguments, options);
+        const auto end = ctl->WaitForEnd(StepLimit);
+        return {end && WIFEXITED(*end) ? WEXITSTATUS(*end) : -1, ctl->OutputText()};
+    }
+
+    static void PrintIndented(const std::string& text) {
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            std::printf("   %s\n", line.c_str());
+        }
+        std::fflush(stdout);
     }
 
     // Whether there is exactly one process in each role, and no other.

@@ -51,7 +51,8 @@ private:
 /// A job fails, its remedy repairs it, and it passes again; a block file holds a remedy back.
 void PlayRepair(Stage& stage);
 
-/// Two trees run; a process is killed, and the other tree brings it back.
+/// Two trees run; a process is killed, and the other tree brings it back. kennlyctl shows and ends
+/// them.
 void PlayRecovery(Stage& stage);
 
 }  // namespace kennly::demo

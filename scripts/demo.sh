@@ -1,5 +1,5 @@
 #!/bin/sh
-# Builds the daemon and shows it at work in a private namespace: nothing on this machine changes.
+# Builds the daemon and kennlyctl, and shows them at work in a private namespace: nothing on this machine changes.
 # Ends by itself, with status 0 when everything it tells of has happened.
 set -eu
 cd "$(dirname "$0")/.."
