@@ -37,8 +37,7 @@ std::vector<DaemonProcess> FindWorkers(bool watcher) {
     std::vector<DaemonProcess> workers = FindDaemonProcesses();
     workers.erase(std::remove_if(workers.begin(), workers.end(),
                                  [watcher](const DaemonProcess& process) {
-                                     return process.isWatcher != watcher || process.hasEnded ||
-                                            process.role == DaemonProcess::Role::Parent;
+                                     return !process.RunsJobs(watcher);
                                  }),
                   workers.end());
     return workers;

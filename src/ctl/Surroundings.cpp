@@ -262,8 +262,7 @@ void KillSession(pid_t runner) {
 Surroundings FindSurroundings(bool watcher) {
     Surroundings found;
     for (const DaemonProcess& process : FindDaemonProcesses()) {
-        if (process.isWatcher != watcher || process.hasEnded ||
-            process.role == DaemonProcess::Role::Parent) {
+        if (!process.RunsJobs(watcher)) {
             continue;
         }
         const auto environment = ReadProcTexts(process.number, "environ");

@@ -38,8 +38,7 @@ std::string SearchPathIn(const std::vector<std::string>& environment) {
 // this process may know.
 void AskRunningDaemon(bool watcher, Machine& machine) {
     for (const DaemonProcess& process : machine.processes) {
-        if (process.role == DaemonProcess::Role::Parent || process.isWatcher != watcher ||
-            process.hasEnded) {
+        if (!process.RunsJobs(watcher)) {
             continue;
         }
         const auto environment = ReadProcTexts(process.number, "environ");

@@ -28,6 +28,11 @@ struct DaemonProcess {
     std::string directory;               // it was started in; empty when that is not known
     bool dataKnown = true;               // false: it may work with the data of another root
     std::vector<std::string> arguments;  // with the program's name
+
+    /// Whether it lives and runs the jobs of the main tree, or of the watcher tree.
+    bool RunsJobs(bool ofWatcher) const {
+        return isWatcher == ofWatcher && !hasEnded && role != Role::Parent;
+    }
 };
 
 /// "parent", "child" or "foreground". Any thread may call it.

@@ -76,18 +76,13 @@ std::optional<bool> IsNewerThanLoaded(const std::string& path,
     return newer;
 }
 
-bool RunsJobs(const DaemonProcess& process, bool watcher) {
-    return process.isWatcher == watcher && !process.hasEnded &&
-           process.role != DaemonProcess::Role::Parent;
-}
-
 }  // namespace
 
 std::optional<std::string> StartDirectoryOf(bool watcher,
                                             const std::vector<DaemonProcess>& processes) {
     std::set<std::string> directories;
     for (const DaemonProcess& process : processes) {
-        if (RunsJobs(process, watcher)) {
+        if (process.RunsJobs(watcher)) {
             directories.insert(process.directory);
         }
     }
