@@ -78,17 +78,6 @@ private:
 
 // ---- what the daemon has
 
-// The value of a field of its status; empty when it has ended.
-std::string StatusField(pid_t process, const std::string& field) {
-    std::istringstream lines(ReadProcFile(process, "status").value_or(""));
-    for (std::string line; std::getline(lines, line);) {
-        if (line.compare(0, field.size() + 1, field + ":") == 0) {
-            return line.substr(field.size() + 1);
-        }
-    }
-    return "";
-}
-
 template <class T>
 std::vector<T> NumbersIn(const std::string& text) {
     std::istringstream words(text);
@@ -101,22 +90,23 @@ std::vector<T> NumbersIn(const std::string& text) {
 
 mode_t MaskOf(pid_t process) {
     constexpr int octal = 8;
-    return static_cast<mode_t>(std::strtoul(StatusField(process, "Umask").c_str(), nullptr, octal));
+    return static_cast<mode_t>(
+        std::strtoul(ReadProcStatus(process, "Umask").c_str(), nullptr, octal));
 }
 
 // Nothing when it has ended meanwhile.
 std::optional<Inheritance> InheritanceOf(const DaemonProcess& process) {
     constexpr int hexadecimal = 16;
     constexpr std::size_t effective = 1;  // of the real one, this, the saved one, that of files
-    const auto users = NumbersIn<uid_t>(StatusField(process.number, "Uid"));
-    const auto groups = NumbersIn<gid_t>(StatusField(process.number, "Gid"));
+    const auto users = NumbersIn<uid_t>(ReadProcStatus(process.number, "Uid"));
+    const auto groups = NumbersIn<gid_t>(ReadProcStatus(process.number, "Gid"));
     if (users.size() <= effective || groups.size() <= effective) {
         return std::nullopt;
     }
     Inheritance found;
     found.inForeground = process.role == DaemonProcess::Role::Foreground;
     found.ignoredSignals =
-        std::strtoull(StatusField(process.number, "SigIgn").c_str(), nullptr, hexadecimal);
+        std::strtoull(ReadProcStatus(process.number, "SigIgn").c_str(), nullptr, hexadecimal);
     for (int i = 0; i < RLIM_NLIMITS; ++i) {
         rlimit limit = {};
         if (prlimit(process.number, static_cast<__rlimit_resource>(i), nullptr, &limit) == 0) {
@@ -126,7 +116,7 @@ std::optional<Inheritance> InheritanceOf(const DaemonProcess& process) {
     found.niceness = getpriority(PRIO_PROCESS, static_cast<id_t>(process.number));
     found.user = users[effective];
     found.group = groups[effective];
-    found.groups = NumbersIn<gid_t>(StatusField(process.number, "Groups"));
+    found.groups = NumbersIn<gid_t>(ReadProcStatus(process.number, "Groups"));
     return found;
 }
 

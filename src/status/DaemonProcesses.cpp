@@ -43,14 +43,8 @@ DaemonProcess::Role RoleFrom(const std::vector<std::string>& arguments) {
 
 // Whether the process has numbers of its own, as those in containers have.
 bool IsInContainer(pid_t process) {
-    std::istringstream lines(ReadProcFile(process, "status").value_or(""));
-    for (std::string line; std::getline(lines, line);) {
-        if (Begins(line, "NSpid:")) {
-            std::istringstream numbers(line.substr(line.find(':') + 1));
-            return std::distance(std::istream_iterator<pid_t>(numbers), {}) > 1;
-        }
-    }
-    return false;
+    std::istringstream numbers(ReadProcStatus(process, "NSpid"));
+    return std::distance(std::istream_iterator<pid_t>(numbers), {}) > 1;
 }
 
 // Looks through the root of the process. Two with the same root may yet have other file systems

@@ -90,6 +90,16 @@ std::optional<std::string> ReadProcFile(pid_t process, const std::string& name) 
     }
 }
 
+std::string ReadProcStatus(pid_t process, const std::string& field) {
+    std::istringstream lines(ReadProcFile(process, "status").value_or(""));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, field.size() + 1, field + ":") == 0) {
+            return line.substr(field.size() + 1);
+        }
+    }
+    return "";
+}
+
 std::optional<std::string> ReadProcLink(pid_t process, const std::string& name) {
     std::array<char, 4096> target = {};
     const ssize_t size = readlink(ProcPath(process, name).c_str(), target.data(), target.size());

@@ -15,6 +15,9 @@ namespace kennly {
 /// The content of the file `name` in the directory of the process, such as "status".
 std::optional<std::string> ReadProcFile(pid_t process, const std::string& name);
 
+/// The value of a field of its file "status", such as "SigIgn"; empty where there is none.
+std::string ReadProcStatus(pid_t process, const std::string& field);
+
 /// What the symbolic link `name` leads to, such as "exe".
 std::optional<std::string> ReadProcLink(pid_t process, const std::string& name);
 

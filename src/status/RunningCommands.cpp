@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
-#include <sstream>
 
 #include "action/DogAction.h"
 #include "lint/ShellOutline.h"
@@ -78,14 +77,10 @@ bool RunsForCheck(const Words& running, const std::string& command) {
 }
 
 bool IgnoresHangup(pid_t process) {
-    std::istringstream lines(ReadProcFile(process, "status").value_or(""));
-    for (std::string line; std::getline(lines, line);) {
-        if (line.compare(0, 7, "SigIgn:") == 0) {
-            const std::uint64_t ignored = std::strtoull(line.c_str() + 7, nullptr, 16);
-            return (ignored >> (SIGHUP - 1) & 1) != 0;
-        }
-    }
-    return false;
+    constexpr int hexadecimal = 16;
+    const std::uint64_t ignored =
+        std::strtoull(ReadProcStatus(process, "SigIgn").c_str(), nullptr, hexadecimal);
+    return (ignored >> (SIGHUP - 1) & 1) != 0;
 }
 
 bool WritesToNowhere(pid_t process) {

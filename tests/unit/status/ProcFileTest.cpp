@@ -120,6 +120,13 @@ TEST(ProcFileTest, KnowsTheStartOfEachThread) {
     EXPECT_EQ(ReadThreadStat(process.Number(), process.Number())->startTicks, start);
 }
 
+TEST(ProcFileTest, ReadsAFieldOfTheStatus) {
+    EXPECT_EQ(std::stoi(ReadProcStatus(getpid(), "Pid")), getpid());
+    EXPECT_EQ(std::stoi(ReadProcStatus(getpid(), "PPid")), getppid());
+    EXPECT_EQ(ReadProcStatus(getpid(), "Pi"), "") << "the beginning of a name";
+    EXPECT_EQ(ReadProcStatus(NoProcess, "Pid"), "");
+}
+
 /// A thread that pauses until it is told to end.
 class PausingThread {
 public:
