@@ -43,6 +43,11 @@ Words LastCommandOf(const std::string& line) {
     return outline.commands.empty() ? Words() : TextsOf(ProgramWords(outline.commands.back()));
 }
 
+Words FirstCommandOf(const std::string& line) {
+    const ShellOutline outline = OutlineShell(line);
+    return outline.commands.empty() ? Words() : TextsOf(outline.commands.front().words);
+}
+
 // A script that is executed stands behind its interpreter.
 bool IsProgram(const Words& running, const Words& expected) {
     if (expected.empty() || running.size() < expected.size()) {
@@ -69,11 +74,36 @@ std::optional<std::string> LineOfShell(const Words& words) {
     return words.back();
 }
 
-bool RunsForCheck(const Words& running, const std::string& command) {
-    if (LineOfShell(running) == DogCheckCommandWatch::CommandLineOf(command)) {
-        return true;
+// What is looked for: the command of a job, and how it looks while it runs.
+struct Wanted {
+    std::string job;
+    std::string command;
+    std::string shellLine;  // of a check; the shell of a remedy does not last
+    Words words;
+};
+
+// Taken apart once, as there may be thousands of jobs and of processes.
+std::vector<Wanted> WantedChecks(const std::vector<JobHandle>& jobs) {
+    std::vector<Wanted> wanted;
+    for (const JobHandle& job : jobs) {
+        const std::string command = CommandOf(*job->check);
+        if (!command.empty()) {
+            wanted.push_back({job->name, command, DogCheckCommandWatch::CommandLineOf(command),
+                              LastCommandOf(command)});
+        }
     }
-    return IsProgram(running, LastCommandOf(command));
+    return wanted;
+}
+
+std::vector<Wanted> WantedRemedies(const std::vector<JobHandle>& jobs) {
+    std::vector<Wanted> wanted;
+    for (const JobHandle& job : jobs) {
+        const std::string command = CommandOf(*job->remedy);
+        if (!command.empty()) {
+            wanted.push_back({job->name, command, "", FirstCommandOf(command)});
+        }
+    }
+    return wanted;
 }
 
 bool IgnoresHangup(pid_t process) {
@@ -91,7 +121,7 @@ bool WritesToNowhere(pid_t process) {
 class Search {
 public:
     Search(const DaemonProcess& worker, const std::vector<JobHandle>& jobs)
-        : worker_(worker), jobs_(jobs) {}
+        : worker_(worker), checks_(WantedChecks(jobs)), remedies_(WantedRemedies(jobs)) {}
 
     RunningCommands Run() {
         found_.remediesKnown = !worker_.program.empty();
@@ -127,11 +157,11 @@ private:
         if (EndsWith(command.text, " 1>/dev/null 2>/dev/null &")) {
             return;  // the shell that is starting a remedy
         }
-        for (const JobHandle& job : jobs_) {
-            const std::string text = CommandOf(*job->check);
-            if (!text.empty() && RunsForCheck(words, text)) {
-                command.jobs.push_back(job->name);
-                command.text = text;
+        const std::optional<std::string> line = LineOfShell(words);
+        for (const Wanted& wanted : checks_) {
+            if (line == wanted.shellLine || IsProgram(words, wanted.words)) {
+                command.jobs.push_back(wanted.job);
+                command.text = wanted.command;
             }
         }
         // A worker that is the first process of its container adopts its own remedies.
@@ -143,11 +173,10 @@ private:
     bool TakeRemedy(pid_t number, const ProcStat& stat) {
         const Words words = ReadProcTexts(number, "cmdline").value_or(Words());
         RunningCommand command = Describe(number, stat, words);
-        for (const JobHandle& job : jobs_) {
-            const std::string text = CommandOf(*job->remedy);
-            if (!text.empty() && IsProgram(words, FirstCommandOf(text))) {
-                command.jobs.push_back(job->name);
-                command.text = text;
+        for (const Wanted& wanted : remedies_) {
+            if (IsProgram(words, wanted.words)) {
+                command.jobs.push_back(wanted.job);
+                command.text = wanted.command;
             }
         }
         if (command.jobs.empty() || !IgnoresHangup(number) || !WritesToNowhere(number) ||
@@ -158,11 +187,6 @@ private:
         return true;
     }
 
-    static Words FirstCommandOf(const std::string& line) {
-        const ShellOutline outline = OutlineShell(line);
-        return outline.commands.empty() ? Words() : TextsOf(outline.commands.front().words);
-    }
-
     // Adopted by the first process, or by one that asked to adopt: neither is of its session.
     static bool HasLostItsParent(const ProcStat& stat) {
         constexpr pid_t firstProcess = 1;
@@ -171,7 +195,8 @@ private:
     }
 
     const DaemonProcess& worker_;
-    const std::vector<JobHandle>& jobs_;
+    const std::vector<Wanted> checks_;
+    const std::vector<Wanted> remedies_;
     RunningCommands found_;
 };
 
