@@ -58,10 +58,12 @@ std::vector<std::string> PathsOf(const FoundJob& found) {
     return paths;
 }
 
-// The other jobs that the file at `path` blocks as well.
-std::vector<FoundJob> OthersBlockedBy(const std::string& path, const FoundJob& blocked) {
-    std::vector<FoundJob> others;
-    for (const FoundJob& other : FindLiveJobs(false).jobs) {
+using Jobs = std::vector<FoundJob>;
+
+// Those of `all` but the one that the file at `path` blocks as well.
+Jobs OthersBlockedBy(const std::string& path, const FoundJob& blocked, const Jobs& all) {
+    Jobs others;
+    for (const FoundJob& other : all) {
         const bool isSame =
             other.job->name == blocked.job->name && other.isWatcher == blocked.isWatcher;
         const std::vector<std::string> paths = PathsOf(other);
@@ -73,9 +75,9 @@ std::vector<FoundJob> OthersBlockedBy(const std::string& path, const FoundJob& b
 }
 
 // `what` it does, or did, to them.
-void TellWhoElse(const std::string& path, const FoundJob& blocked, const char* what,
-                 const Output& output) {
-    for (const FoundJob& other : OthersBlockedBy(path, blocked)) {
+void TellWhoElse(const std::string& path, const FoundJob& blocked, const Jobs& all,
+                 const char* what, const Output& output) {
+    for (const FoundJob& other : OthersBlockedBy(path, blocked, all)) {
         output.out << "it " << what << " job " << Printable(other.job->name)
                    << (other.isWatcher ? " of the watcher tree" : "") << " as well\n";
     }
@@ -91,14 +93,15 @@ void TellUnknown(const std::string& path, const Output& output) {
 
 // The first of its block files that is no other job's, else the first of those whose places are
 // known.
-std::optional<std::string> PathToBlock(const FoundJob& found, const Output& output) {
+std::optional<std::string> PathToBlock(const FoundJob& found, const Jobs& all,
+                                       const Output& output) {
     const std::vector<std::string> paths = PathsOf(found);
     if (paths.empty()) {
         TellUnknown(BlockFilesOf(*found.job->remedy).front(), output);
         return std::nullopt;
     }
     const auto own = std::find_if(paths.begin(), paths.end(), [&](const std::string& path) {
-        return OthersBlockedBy(path, found).empty();
+        return OthersBlockedBy(path, found, all).empty();
     });
     return own != paths.end() ? *own : paths.front();
 }
@@ -122,7 +125,7 @@ bool MakeBlockFile(const std::string& path, const std::string& reason) {
     return false;
 }
 
-bool Unblock(const std::string& path, const FoundJob& blocked, bool force, const Output& output) {
+bool Unblock(const std::string& path, bool force, const Output& output) {
     const Maker maker = MakerOf(path);
     if (!force && !maker.isOurs) {
         output.err << "kennlyctl: who has made " << Printable(path)
@@ -141,7 +144,6 @@ bool Unblock(const std::string& path, const FoundJob& blocked, bool force, const
         return false;
     }
     output.out << "removed " << Printable(path) << "\n";
-    TellWhoElse(path, blocked, "blocked", output);
     return true;
 }
 
@@ -169,7 +171,8 @@ int RunBlockVerb(const BlockOptions& options, const Output& output) {
                    << Printable(found.job->name) << ".block\"\n";
         return ExitFindings;
     }
-    const std::optional<std::string> path = PathToBlock(found, output);
+    const Jobs all = FindLiveJobs(false).jobs;
+    const std::optional<std::string> path = PathToBlock(found, all, output);
     if (!path) {
         return ExitUnavailable;
     }
@@ -180,7 +183,7 @@ int RunBlockVerb(const BlockOptions& options, const Output& output) {
     }
     output.out << "blocked by " << Printable(*path)
                << ", until kennlyctl unblock; the check goes on\n";
-    TellWhoElse(*path, found, "blocks", output);
+    TellWhoElse(*path, found, all, "blocks", output);
     return ExitClean;
 }
 
@@ -194,9 +197,12 @@ int RunUnblockVerb(const BlockOptions& options, const Output& output) {
         output.out << "nothing blocks it\n";
         return ExitClean;
     }
+    const Jobs all = FindLiveJobs(false).jobs;
     int status = ExitClean;
     for (const std::string& file : files.inForce) {
-        if (!Unblock(file, found, options.force, output)) {
+        if (Unblock(file, options.force, output)) {
+            TellWhoElse(file, found, all, "blocked", output);
+        } else {
             status = ExitFindings;
         }
     }
