@@ -21,6 +21,7 @@
 #include "ctl/UptakeWatch.h"
 #include "lint/DaemonVerdict.h"
 #include "lint/FileContent.h"
+#include "lint/Wording.h"
 #include "main/Paths.h"
 #include "status/DaemonLog.h"
 #include "status/DaemonProcesses.h"
@@ -98,14 +99,10 @@ void TellLog(const Evidence& evidence, const Output& output) {
     }
 }
 
-std::string Count(std::size_t number, const char* what) {
-    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
-}
-
 void TellUptake(const Evidence& evidence, std::size_t jobs, const Output& output) {
     TellLog(evidence, output);
-    output.out << evidence.name << " has taken it up: " << Count(jobs, "job") << ", "
-               << Count(ThreadsOf(evidence.worker.number).size(), "thread") << ", heartbeat "
+    output.out << evidence.name << " has taken it up: " << Counted(jobs, "job") << ", "
+               << Counted(ThreadsOf(evidence.worker.number).size(), "thread") << ", heartbeat "
                << BeatText(evidence.Heartbeat(), output) << std::endl;
 }
 

@@ -9,6 +9,7 @@
 #include "ctl/ExitStatus.h"
 #include "ctl/Json.h"
 #include "lint/Lint.h"
+#include "lint/Wording.h"
 #include "main/Paths.h"
 
 namespace kennly {
@@ -43,10 +44,6 @@ std::size_t Count(const Findings& findings, Severity severity) {
     return static_cast<std::size_t>(
         std::count_if(findings.begin(), findings.end(),
                       [&](const Finding& finding) { return finding.severity == severity; }));
-}
-
-std::string Counted(std::size_t count, const std::string& name) {
-    return std::to_string(count) + " " + name + (count == 1 ? "" : "s");
 }
 
 class Report {

@@ -62,8 +62,7 @@ private:
                     << process.number << ", for " << Duration(SecondsSince(process.startTicks))
                     << ", heartbeat " << BeatText(beat, output_);
         if (process.role != DaemonProcess::Role::Parent) {
-            output_.out << ", " << process.threads
-                        << (process.threads == 1 ? " thread" : " threads");
+            output_.out << ", " << Counted(static_cast<std::size_t>(process.threads), "thread");
         }
         output_.out << "\n";
     }
@@ -78,8 +77,8 @@ private:
         } else if (!config.loads) {
             output_.out << "does not load: " << Printable(config.reason) << "\n";
         } else {
-            output_.out << config.jobs.size() << (config.jobs.size() == 1 ? " job" : " jobs")
-                        << ", changed " << Moment(config.changed) << Evidence() << "\n";
+            output_.out << Counted(config.jobs.size(), "job") << ", changed "
+                        << Moment(config.changed) << Evidence() << "\n";
         }
     }
 
@@ -241,8 +240,7 @@ std::string PluginLine(const StatusView& view) {
     } else if (worst != nullptr) {
         line += WithoutBars(Printable(worst->text));
     } else {
-        line += "main tree runs, " + std::to_string(main.jobs.size()) +
-                (main.jobs.size() == 1 ? " job" : " jobs");
+        line += "main tree runs, " + Counted(main.jobs.size(), "job");
     }
     // "U" is for a number that cannot be told.
     line += " | jobs=" + (main.tree.config.loads ? std::to_string(main.jobs.size()) : "U");

@@ -134,8 +134,7 @@ private:
         const std::size_t needed = ParamsNeeded(check_.type);
         if (check_.params.size() != needed) {
             Report("type", Severity::Warning, "param-count",
-                   "a check of this type needs " + std::to_string(needed) +
-                       (needed == 1 ? " param" : " params") + " and has " +
+                   "a check of this type needs " + Counted(needed, "param") + " and has " +
                        std::to_string(check_.params.size()) +
                        ": it never reaches a verdict, and its remedy never runs");
             return false;

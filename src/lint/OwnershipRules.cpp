@@ -2,8 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <array>
 #include <filesystem>
 #include <set>
 #include <string_view>
@@ -11,6 +9,7 @@
 #include "action/DogAction.h"
 #include "lint/StartedPrograms.h"
 #include "lint/Wording.h"
+#include "lint/Words.h"
 #include "watch/DogWatch.h"
 
 namespace kennly {
@@ -75,9 +74,8 @@ void CheckInstalled(const LintSubject& subject) {
 }
 
 bool IsInterpreter(const ShellWord& program) {
-    static constexpr std::array<std::string_view, 11> names = {
-        "sh", "dash", "bash", "ksh", "zsh", "perl", "python", "python3", "ruby", "php", "node"};
-    return std::find(names.begin(), names.end(), BaseName(program.text)) != names.end();
+    return IsAmong(BaseName(program.text), {"sh", "dash", "bash", "ksh", "zsh", "perl", "python",
+                                            "python3", "ruby", "php", "node"});
 }
 
 bool IsShell(const ShellWord& program) {

@@ -31,4 +31,8 @@ std::string Quoted(std::string_view text) {
     return quoted + (size < text.size() ? "...\"" : "\"");
 }
 
+std::string Counted(std::size_t number, const std::string& what) {
+    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
 }  // namespace kennly

@@ -293,7 +293,7 @@ void ReportElementsBehindRoot(const LintSubject& subject) {
     }
     subject.Report(*first, Severity::Warning, "second-root",
                    "the root has ended before this element, and nothing from here on is loaded (" +
-                       std::to_string(jobs) + (jobs == 1 ? " job" : " jobs") +
+                       Counted(jobs, "job") +
                        "): remove the end tag that is one too many, or the second root");
 }
 

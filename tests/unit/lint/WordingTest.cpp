@@ -42,4 +42,10 @@ TEST(WordingTest, ShowsTheBeginOfWhatIsNoText) {
     EXPECT_EQ(Quoted(bytes), "\"" + bytes.substr(0, 56) + "...\"");
 }
 
+TEST(WordingTest, CountsThings) {
+    EXPECT_EQ(Counted(0, "job"), "0 jobs");
+    EXPECT_EQ(Counted(1, "job"), "1 job");
+    EXPECT_EQ(Counted(2, "thread"), "2 threads");
+}
+
 }  // namespace kennly::test
