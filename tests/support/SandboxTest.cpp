@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -19,6 +20,10 @@
 #include <iostream>
 #include <sstream>
 #include <thread>
+
+extern "C" {  // which this header of glibc 2.36 leaves to its users
+#include <sys/pidfd.h>
+}
 
 #include <gtest/gtest.h>
 
@@ -84,13 +89,24 @@ int DescribeStart(const char* path) {
     return 0;
 }
 
-bool IsAlive(pid_t process) {
-    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-    std::string text;
-    std::getline(file, text);
-    const std::size_t name = text.rfind(") ");
-    return name != std::string::npos && text[name + 2] != 'Z';
-}
+/// A running process. Its number would not do to tell when it has ended: another process or thread
+/// may have that number soon after, on a machine that starts many.
+class RunningProcess {
+public:
+    explicit RunningProcess(pid_t number) : number_(number), handle_(pidfd_open(number, 0)) {
+        EXPECT_TRUE(handle_.IsOpen()) << number;
+    }
+
+    pid_t Number() const { return number_; }
+    bool HasEnded() const {
+        pollfd end = {handle_.Get(), POLLIN, 0};
+        return poll(&end, 1, 0) == 1 && (end.revents & POLLIN) != 0;
+    }
+
+private:
+    pid_t number_;
+    Descriptor handle_;
+};
 
 std::size_t CountOf(const char* directory) {
     const auto entries = std::filesystem::directory_iterator(directory);
@@ -374,13 +390,16 @@ TEST_F(SandboxTest, EndsEveryProcessInsideWhenDestroyed) {
     auto process = sandbox_->Start({"sh", "-c", "trap '' TERM; sleep 1000 & wait"});
     ASSERT_EQ(Run({"sh", "-c", "setsid sleep 1001 & true"}), 0);
     ASSERT_TRUE(WaitUntil([this] { return sandbox_->Processes().size() == 3; }, Generous));
-    std::vector<pid_t> processes = sandbox_->Processes();
-    processes.push_back(sandbox_->FirstProcess());
+    std::vector<RunningProcess> processes;
+    for (const pid_t number : sandbox_->Processes()) {
+        processes.emplace_back(number);
+    }
+    processes.emplace_back(sandbox_->FirstProcess());
 
     sandbox_.reset();
 
-    for (const pid_t number : processes) {
-        EXPECT_FALSE(IsAlive(number)) << number;
+    for (const RunningProcess& inside : processes) {
+        EXPECT_TRUE(inside.HasEnded()) << inside.Number();
     }
     const int status = process->WaitForEnd(Generous).value_or(-1);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
@@ -439,12 +458,14 @@ TEST(SandboxLifeTest, EndsWithAProcessThatIsKilled) {
     }
     std::vector<pid_t> numbers(3, -1);
     ASSERT_TRUE(ReadRecord(readEnd.Get(), numbers.data(), numbers.size() * sizeof(pid_t)));
-    ASSERT_TRUE(IsAlive(numbers[0]));
-    ASSERT_TRUE(IsAlive(numbers[1]));
+    const RunningProcess first(numbers[0]);
+    const RunningProcess command(numbers[1]);
+    ASSERT_FALSE(first.HasEnded());
+    ASSERT_FALSE(command.HasEnded());
 
     kill(maker, SIGKILL);
 
-    EXPECT_TRUE(WaitUntil([&] { return !IsAlive(numbers[0]) && !IsAlive(numbers[1]); }, Generous));
+    EXPECT_TRUE(WaitUntil([&] { return first.HasEnded() && command.HasEnded(); }, Generous));
     // Keeper, helper and maker have become our children and must all end.
     EXPECT_TRUE(WaitUntil(
         [] {
@@ -497,23 +518,24 @@ TEST(SandboxLifeTest, WorksUnprivilegedThroughAUserNamespace) {
 TEST(SandboxLifeTest, LeavesNothingBehind) {
     const std::string mounts = ContentOf("/proc/self/mountinfo");
     const std::size_t descriptors = CountOf("/proc/self/fd");
-    std::vector<pid_t> processes;
+    std::vector<RunningProcess> processes;
     const auto start = std::chrono::steady_clock::now();
 
     for (int round = 0; round < 100; ++round) {
         std::string error;
         const auto sandbox = Sandbox::Create(error);
         ASSERT_TRUE(sandbox) << error;
-        processes.push_back(sandbox->FirstProcess());
-        processes.push_back(sandbox->Start({"sleep", "1000"})->Pid());
+        processes.emplace_back(sandbox->FirstProcess());
+        processes.emplace_back(sandbox->Start({"sleep", "1000"})->Pid());
     }
 
     const std::chrono::duration<double, std::milli> taken =
         std::chrono::steady_clock::now() - start;
     std::cout << "one sandbox with one command: " << taken.count() / 100 << " ms\n";
-    for (const pid_t number : processes) {
-        EXPECT_FALSE(IsAlive(number)) << number;
+    for (const RunningProcess& inside : processes) {
+        EXPECT_TRUE(inside.HasEnded()) << inside.Number();
     }
+    processes.clear();
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
     EXPECT_EQ(ContentOf("/proc/self/mountinfo"), mounts);
