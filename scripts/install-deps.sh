@@ -17,7 +17,7 @@ for group in "$@"; do
         packages="$packages prometheus rsyslog rsyslog-relp openssl iproute2 procps" ;;
     check) packages="$packages clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev cppcheck gcovr git" ;;
     package) packages="$packages build-essential debhelper" ;;
-    package-test) packages="$packages dpkg-dev lintian bats bats-assert libxml2-utils mmdebstrap systemd-container procps" ;;
+    package-test) packages="$packages dpkg-dev lintian bats bats-assert libxml2-utils mmdebstrap arch-test systemd-container procps" ;;
     linux32)
         packages="$packages g++-multilib binutils-i686-linux-gnu libtinyxml-dev:i386"
         second=i386
