@@ -2,12 +2,10 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 
 #include "config/XmlOutline.h"
 #include "main/Descriptor.h"
+#include "main/ReadToEnd.h"
 
 namespace kennly {
 
@@ -16,24 +14,6 @@ namespace {
 // As TinyXML says of such a file, and would say itself if it were asked. It is not: what could not
 // be looked at could still be there for the parser a moment later, and do it any harm.
 constexpr const char* Unreadable = "Failed to open file";
-
-// Returns false when the file cannot be read to its end.
-bool ReadToEnd(int descriptor, std::string& content) {
-    constexpr std::size_t chunk = 65536;
-    for (;;) {
-        const std::size_t have = content.size();
-        content.resize(have + chunk);
-        const ssize_t got = read(descriptor, content.data() + have, chunk);
-        if (got < 0 && errno == EINTR) {
-            content.resize(have);
-            continue;
-        }
-        content.resize(have + (got > 0 ? static_cast<std::size_t>(got) : 0));
-        if (got <= 0) {
-            return got == 0;
-        }
-    }
-}
 
 // As TinyXML does before it parses: a character that spans such a line end is cut by it.
 void NormaliseLineEnds(std::string& content) {

@@ -2,12 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
 #include <cerrno>
 
 #include "main/Descriptor.h"
+#include "main/ReadToEnd.h"
 
 namespace kennly {
 
@@ -23,17 +22,10 @@ std::optional<std::string> ReadFile(const std::string& path) {
         return std::nullopt;
     }
     std::string content;
-    std::array<char, 65536> chunk = {};
-    for (;;) {
-        const ssize_t got = read(file.Number(), chunk.data(), chunk.size());
-        if (got > 0) {
-            content.append(chunk.data(), static_cast<std::size_t>(got));
-        } else if (got == 0) {
-            return content;
-        } else if (errno != EINTR) {
-            return std::nullopt;
-        }
+    if (!ReadToEnd(file.Number(), content)) {
+        return std::nullopt;
     }
+    return content;
 }
 
 std::string ContentOf(const std::string& path) {

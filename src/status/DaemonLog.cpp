@@ -4,12 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <sstream>
 #include <utility>
 
 #include "main/Descriptor.h"
+#include "main/ReadToEnd.h"
 
 namespace kennly {
 
@@ -18,21 +17,6 @@ namespace {
 off_t SizeOf(const std::string& path) {
     struct stat status = {};
     return stat(path.c_str(), &status) == 0 ? status.st_size : 0;
-}
-
-bool ReadFrom(int file, off_t begin, std::string& content) {
-    std::array<char, 65536> chunk = {};
-    for (;;) {
-        const ssize_t got =
-            pread(file, chunk.data(), chunk.size(), begin + static_cast<off_t>(content.size()));
-        if (got > 0) {
-            content.append(chunk.data(), static_cast<std::size_t>(got));
-        } else if (got == 0) {
-            return true;
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
 }
 
 // "... kennly: 4711:C : text": what stands before the identity depends on the collector.
@@ -57,7 +41,8 @@ std::optional<std::vector<std::string>> DaemonLog::NewTexts(pid_t process) const
     const Descriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     std::string content;
     const bool wasRotated = SizeOf(path_) < end_;
-    if (!file.IsOpen() || !ReadFrom(file.Number(), wasRotated ? 0 : end_, content)) {
+    if (!file.IsOpen() || lseek(file.Number(), wasRotated ? 0 : end_, SEEK_SET) < 0 ||
+        !ReadToEnd(file.Number(), content)) {
         return std::nullopt;
     }
     std::vector<std::string> texts;

@@ -6,13 +6,13 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cerrno>
 #include <charconv>
 #include <ctime>
 #include <filesystem>
 #include <sstream>
 
 #include "main/Descriptor.h"
+#include "main/ReadToEnd.h"
 
 namespace kennly {
 
@@ -70,24 +70,11 @@ std::optional<ProcStat> ReadStat(pid_t process, const std::string& file) {
 
 std::optional<std::string> ReadProcFile(pid_t process, const std::string& name) {
     const Descriptor file(open(ProcPath(process, name).c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file.IsOpen()) {
+    std::string content;
+    if (!file.IsOpen() || !ReadToEnd(file.Number(), content)) {
         return std::nullopt;
     }
-    std::string content;
-    std::array<char, 4096> chunk = {};
-    for (;;) {
-        const ssize_t got = read(file.Number(), chunk.data(), chunk.size());
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got < 0) {
-            return std::nullopt;
-        }
-        if (got == 0) {
-            return content;
-        }
-        content.append(chunk.data(), static_cast<std::size_t>(got));
-    }
+    return content;
 }
 
 std::string ReadProcStatus(pid_t process, const std::string& field) {
