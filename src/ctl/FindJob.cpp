@@ -15,12 +15,11 @@ namespace kennly {
 namespace {
 
 void Add(const std::string& path, bool isWatcher, LiveJobs& live) {
-    if (!ReadFile(path) && errno == ENOENT) {
-        return;
-    }
     if (!ReadFile(path)) {
-        live.unknown.push_back("cannot read " + path + ": " + std::strerror(errno));
-        live.status = ExitNoInput;
+        if (errno != ENOENT) {
+            live.unknown.push_back("cannot read " + path + ": " + std::strerror(errno));
+            live.status = ExitNoInput;
+        }
         return;
     }
     const DaemonVerdict verdict = AskDaemon(path);
