@@ -86,25 +86,25 @@ bool IsOne(const TreeState& tree, const Output& output) {
     return false;
 }
 
-// Processes that are just starting, or ending, look like half a tree.
-TreeState LookWhole(bool watcher) {
-    constexpr std::chrono::seconds longestHalf(5);
-    const auto end = std::chrono::steady_clock::now() + longestHalf;
+// The tree once it is as wanted, or as it is when the time is up.
+TreeState LookUntil(bool (*isWanted)(const TreeState&), bool watcher, std::chrono::seconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
     TreeState tree = Look(watcher);
-    while (IsHalf(tree) && std::chrono::steady_clock::now() < end) {
+    while (!isWanted(tree) && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         tree = Look(watcher);
     }
     return tree;
 }
 
+// Processes that are just starting, or ending, look like half a tree.
+TreeState LookWhole(bool watcher) {
+    constexpr std::chrono::seconds longestHalf(5);
+    return LookUntil([](const TreeState& tree) { return !IsHalf(tree); }, watcher, longestHalf);
+}
+
 bool AwaitTree(bool watcher, const Output& output) {
-    const auto end = std::chrono::steady_clock::now() + LongestStart;
-    TreeState tree = Look(watcher);
-    while (!Works(tree) && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        tree = Look(watcher);
-    }
+    const TreeState tree = LookUntil(Works, watcher, LongestStart);
     if (!Works(tree)) {
         output.err << "kennlyctl: the " << tree.Name() << " does not beat after "
                    << LongestStart.count() << " s; kennlyctl status tells what there is of it\n";

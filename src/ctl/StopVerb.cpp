@@ -82,10 +82,6 @@ bool AwaitEnd(bool watcher) {
     return true;
 }
 
-const char* NameOfTree(bool watcher) {
-    return watcher ? "watcher tree" : "main tree";
-}
-
 // restart-tree, by which the samples' jobs of one tree start the other anew, with what it runs
 // under; the argument behind its name is the tree.
 bool IsRestart(const std::vector<std::string>& arguments, bool watcher) {

@@ -38,6 +38,11 @@ struct DaemonProcess {
 /// "parent", "child" or "foreground". Any thread may call it.
 const char* NameOf(DaemonProcess::Role role);
 
+/// "main tree" or "watcher tree". Any thread may call it.
+inline const char* NameOfTree(bool watcher) {
+    return watcher ? "watcher tree" : "main tree";
+}
+
 /// The processes of the daemon that work with this machine's data directory, in the order of their
 /// numbers. Left out are those of containers and other roots, what is just ending, and copies of a
 /// process that are about to become a command or another process of a tree. What has ended counts

@@ -48,7 +48,7 @@ struct TreeState {
     std::optional<std::string> startDirectory;
 
     bool Runs() const { return !parents.empty() || !workers.empty(); }
-    const char* Name() const { return isWatcher ? "watcher tree" : "main tree"; }
+    const char* Name() const { return NameOfTree(isWatcher); }
 };
 
 /// The directory that the processes which run the jobs of a tree were started in; nothing when none
