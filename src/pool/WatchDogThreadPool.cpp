@@ -4,6 +4,7 @@
 #include "pool/TaskRegistry.h"
 #include "sync/ForEver.h"
 #include "sync/SharedSlot.h"
+#include "sync/WaiterTable.h"
 
 namespace kennly {
 
@@ -35,6 +36,7 @@ WatchDogThreadPool::WatchDogThreadPool(std::uint32_t threadCount)
 bool CreateThreadPool(std::uint32_t threadCount) {
     try {
         if (!GetThreadPool()) {
+            SizeWaiterTable(threadCount);
             PoolSlot().Put(std::make_shared<WatchDogThreadPool>(threadCount));
         }
     } catch (...) {
