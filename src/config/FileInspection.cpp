@@ -17,8 +17,12 @@ constexpr const char* Unreadable = "Failed to open file";
 
 // As TinyXML does before it parses: a character that spans such a line end is cut by it.
 void NormaliseLineEnds(std::string& content) {
-    std::size_t to = 0;
-    for (std::size_t from = 0; from < content.size(); ++from) {
+    const std::size_t first = content.find('\r');
+    if (first == std::string::npos) {
+        return;
+    }
+    std::size_t to = first;
+    for (std::size_t from = first; from < content.size(); ++from) {
         if (content[from] != '\r' || from + 1 == content.size() || content[from + 1] != '\n') {
             content[to++] = content[from];
         }

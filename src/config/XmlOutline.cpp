@@ -62,6 +62,10 @@ public:
         }
     }
 
+    void Append(std::string_view text) {
+        size_ += text.copy(text_ + size_, sizeof(text_) - 1 - size_);
+    }
+
     // Appends what TinyXML makes of `read`, which is one byte or a whole "&#...;". It drops an '&'
     // that begins nothing; those that begin a name have no place in an encoding.
     void AppendDecoded(std::string_view read) {
@@ -139,6 +143,18 @@ private:
         }
     }
 
+    // Skips what is one byte and stands for itself, and returns it. Most of a file does, and so
+    // this takes no longer than it must.
+    std::string_view SkipPlainUntil(char end) {
+        const auto* const found = std::find_if(rest_.begin(), rest_.end(), [end](char c) {
+            return c == end || c == '&' || static_cast<unsigned char>(c) > 0x7F;
+        });
+        const std::string_view plain =
+            rest_.substr(0, static_cast<std::size_t>(found - rest_.begin()));
+        Skip(plain.size());
+        return plain;
+    }
+
     // TinyXML looks for the next ';', wherever that may be, and reads the digits before it
     // backwards; it leaves out, unread, whatever stands between them and the "&#". Without a ';' or
     // with anything but digits behind the last mark, it gives up.
@@ -181,8 +197,10 @@ private:
     }
 
     void SkipText() {
+        SkipPlainUntil('<');
         while (!rest_.empty() && rest_.front() != '<') {
             SkipCharacter();
+            SkipPlainUntil('<');
         }
     }
 
@@ -298,10 +316,12 @@ private:
     ValueStart ScanQuoted(char quote) {
         ValueStart value;
         Skip(1);
+        value.Append(SkipPlainUntil(quote));
         while (!rest_.empty() && rest_.front() != quote) {
             const std::string_view before = rest_;
             SkipCharacter();
             value.AppendDecoded(before.substr(0, before.size() - rest_.size()));
+            value.Append(SkipPlainUntil(quote));
         }
         Skip(1);
         return value;
