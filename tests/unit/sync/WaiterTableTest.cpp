@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <thread>
+#include <vector>
 
 #include "pool/WatchDogThreadPool.h"
+#include "sync/Event.h"
 
 namespace {
 
@@ -74,6 +78,24 @@ TEST(WaiterTable, IsWhatTheKernelHasThen) {
         EXPECT_EQ(static_cast<unsigned long>(prctl(FutexHash, GetSlots, 0UL, 0UL, 0UL)), rowsAsked)
             << threads;
     }
+}
+
+TEST(WaiterTable, LosesNobodyWhoWaitsWhileItChanges) {
+    Event event(false);
+    std::atomic<int> woken = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 50; ++i) {
+        threads.emplace_back([&event, &woken] { woken += event.Wait() || event.IsSet() ? 1 : 0; });
+    }
+    for (int i = 0; i < 100; ++i) {
+        SizeWaiterTable(3000);
+        SizeWaiterTable(0);
+    }
+    EXPECT_TRUE(event.Set());
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(woken, 50);
 }
 
 TEST(WaiterTable, SuitsThePoolThatIsMade) {
