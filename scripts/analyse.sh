@@ -1,13 +1,13 @@
 #!/bin/sh
-# Runs clang-tidy and cppcheck on the program, and clang-tidy on the demonstration and what tests share,
-# given a build directory with compile_commands.json. Tests themselves are left to the compilers:
-# GoogleTest's macros would take the analyser ten minutes.
+# Runs clang-tidy and cppcheck on the program, and clang-tidy on the demonstration, the benchmarks and what tests
+# share. Tests themselves are left to the compilers: GoogleTest's macros would take the analyser ten minutes.
 set -eu
 cd "$(dirname "$0")/.."
 
-build=${1:-build/release}
-git ls-files 'src/*.cpp' 'demo/*.cpp' 'tests/support/*.cpp' |
-    xargs -P "$(nproc)" -n 4 clang-tidy -p "$build" --quiet --warnings-as-errors='*' 2>/dev/null ||
+build=build/analysis # for the commands by which all of these are compiled
+cmake --preset release -DKENNLY_BUILD_BENCHMARKS=ON -B $build >/dev/null
+git ls-files 'src/*.cpp' 'demo/*.cpp' 'benchmarks/*.cpp' 'tests/support/*.cpp' |
+    xargs -P "$(nproc)" -n 4 clang-tidy -p $build --quiet --warnings-as-errors='*' 2>/dev/null ||
     {
         echo "analyse.sh: clang-tidy has found something" >&2
         exit 1

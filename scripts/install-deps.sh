@@ -1,8 +1,8 @@
 #!/bin/sh
-# Installs the Debian packages that building (always), testing and checking this project need, its packaging,
-# and building for 32-bit Linux on a 64-bit machine.
+# Installs the Debian packages that building (always), testing and checking this project need, its benchmarks,
+# its packaging, and building for 32-bit Linux on a 64-bit machine.
 #
-#   scripts/install-deps.sh [test] [check] [package] [package-test] [linux32]
+#   scripts/install-deps.sh [test] [check] [bench] [package] [package-test] [linux32]
 #
 # Does nothing when all of them are there. A package index that cannot be updated is a warning, because
 # the others may do; a package that cannot be installed is an error that names it.
@@ -14,8 +14,9 @@ second=
 for group in "$@"; do
     case $group in
     test) packages="$packages libgtest-dev libgmock-dev googletest bats bats-assert libxml2-utils man-db mandoc"
-        packages="$packages prometheus rsyslog rsyslog-relp openssl iproute2 procps" ;;
-    check) packages="$packages clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev cppcheck gcovr git" ;;
+        packages="$packages prometheus rsyslog rsyslog-relp openssl iproute2 procps python3 gnuplot-nox" ;;
+    check) packages="$packages clang clang-format clang-tidy libclang-rt-dev cppcheck gcovr git" ;;
+    bench) packages="$packages libbenchmark-dev valgrind python3 gnuplot-nox" ;;
     package) packages="$packages build-essential debhelper" ;;
     package-test) packages="$packages dpkg-dev lintian bats bats-assert libxml2-utils mmdebstrap arch-test systemd-container procps" ;;
     linux32)
@@ -23,7 +24,7 @@ for group in "$@"; do
         second=i386
         ;;
     *)
-        echo "install-deps.sh: no such group: $group (there are: test, check, package, package-test, linux32)" >&2
+        echo "install-deps.sh: no such group: $group (there are: test, check, bench, package, package-test, linux32)" >&2
         exit 2
         ;;
     esac

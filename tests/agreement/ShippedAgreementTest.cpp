@@ -111,8 +111,10 @@ TEST_F(ShippedAgreementTest, CoversWhatTheDocumentsShow) {
     Append(candidates,
            ExamplesIn("README.md", "cat >/opt/qrv/data/kennly/config/kennly.xml", "END"));
     ASSERT_GT(candidates.size(), 1U);
-    for (const auto& entry : fs::directory_iterator(Source / "docs")) {
-        Append(candidates, ExamplesIn("docs" / entry.path().filename(), "```xml", "```"));
+    for (const auto& entry : fs::recursive_directory_iterator(Source / "docs")) {
+        if (entry.is_regular_file()) {
+            Append(candidates, ExamplesIn(fs::relative(entry.path(), Source), "```xml", "```"));
+        }
     }
     const std::size_t before = candidates.size();
     for (const auto& entry : fs::directory_iterator(Source / "man")) {
