@@ -1,6 +1,9 @@
 #include "sync/WaiterTable.h"
 
 #include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 namespace kennly {
 
@@ -11,12 +14,20 @@ constexpr int FutexHash = 78;                   // PR_FUTEX_HASH
 constexpr unsigned long FutexHashSetSlots = 1;  // PR_FUTEX_HASH_SET_SLOTS
 
 constexpr unsigned long ThreadsARow = 4;
-constexpr unsigned long FewestRows = 16;  // as the kernel has at least
+
+// The most that the kernel chooses by itself, which it no longer does once it was asked.
+unsigned long FewestRows() {
+    constexpr long fewest = 16;
+    constexpr long rowsAProcessor = 4;
+    return static_cast<unsigned long>(
+        std::max(fewest, rowsAProcessor * sysconf(_SC_NPROCESSORS_ONLN)));
+}
 
 // The kernel takes powers of two alone.
 unsigned long RowsFor(std::uint32_t threadCount) {
-    unsigned long rows = FewestRows;
-    while (rows < threadCount / ThreadsARow) {
+    const unsigned long wanted = std::max(FewestRows(), threadCount / ThreadsARow);
+    unsigned long rows = 1;
+    while (rows < wanted) {
         rows *= 2;
     }
     return rows;

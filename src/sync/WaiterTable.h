@@ -5,7 +5,8 @@
 namespace kennly {
 
 /// Asks the kernel to keep this process's waiting threads in a table that suits `threadCount` of
-/// them: about four a row, at 64 bytes of the kernel's memory a row.
+/// them: about four a row, at 64 bytes of the kernel's memory a row, and never fewer rows than the
+/// kernel would choose by itself.
 ///
 /// From Linux 6.16 on, each process has a table of its own for those that wait for a lock or an
 /// event, whose size depends on the number of processors alone. On a machine with two, each wake

@@ -2,14 +2,19 @@
 
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "pool/WatchDogThreadPool.h"
+#include "sync/AutoLock.h"
+#include "sync/CriticalSection.h"
 #include "sync/Event.h"
 
 namespace {
@@ -22,9 +27,18 @@ constexpr unsigned long GetSlots = 2;
 unsigned long rowsAsked = 0;
 bool refuses = false;
 
+long processors = 1;
+
 }  // namespace
 
 extern "C" {
+
+long __wrap_sysconf(int name);
+long __real_sysconf(int name);
+
+long __wrap_sysconf(int name) {
+    return name == _SC_NPROCESSORS_ONLN ? processors : __real_sysconf(name);
+}
 
 int __real_prctl(int option, ...);
 int __wrap_prctl(int option, ...);
@@ -69,6 +83,19 @@ TEST(WaiterTable, HasARowForFourThreadsAndAPowerOfTwoOfThem) {
     refuses = false;
 }
 
+TEST(WaiterTable, IsNoSmallerThanTheKernelWouldChooseByItself) {
+    refuses = true;
+    for (const auto& [number, rows] :
+         {std::pair(-1L, 16UL), {4L, 16UL}, {5L, 32UL}, {32L, 128UL}}) {
+        processors = number;
+        EXPECT_EQ(RowsAskedFor(90), std::max(rows, 32UL)) << number;
+        EXPECT_EQ(RowsAskedFor(3), rows) << number;
+        EXPECT_EQ(RowsAskedFor(3000), 1024U) << number;
+    }
+    processors = 1;
+    refuses = false;
+}
+
 TEST(WaiterTable, IsWhatTheKernelHasThen) {
     if (prctl(FutexHash, GetSlots, 0UL, 0UL, 0UL) < 0) {
         GTEST_SKIP() << "this kernel has one table for all processes";
@@ -81,13 +108,27 @@ TEST(WaiterTable, IsWhatTheKernelHasThen) {
 }
 
 TEST(WaiterTable, LosesNobodyWhoWaitsWhileItChanges) {
+    constexpr int Waiters = 50;
+    CriticalSection mutex(false);
+    int waiting = 0;
     Event event(false);
     std::atomic<int> woken = 0;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 50; ++i) {
-        threads.emplace_back([&event, &woken] { woken += event.Wait() || event.IsSet() ? 1 : 0; });
+    for (int i = 0; i < Waiters; ++i) {
+        threads.emplace_back([&] {
+            AutoLock lock(&mutex);
+            ++waiting;
+            woken += event.WaitReleasing(lock) ? 1 : 0;  // false when the event was set before
+        });
     }
-    for (int i = 0; i < 100; ++i) {
+    const auto allWait = [&] {
+        AutoLock lock(&mutex);
+        return waiting == Waiters;
+    };
+    while (!allWait()) {
+        std::this_thread::yield();
+    }
+    for (int i = 0; i < 20; ++i) {
         SizeWaiterTable(3000);
         SizeWaiterTable(0);
     }
@@ -95,7 +136,7 @@ TEST(WaiterTable, LosesNobodyWhoWaitsWhileItChanges) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(woken, 50);
+    EXPECT_EQ(woken, Waiters);
 }
 
 TEST(WaiterTable, SuitsThePoolThatIsMade) {
