@@ -197,10 +197,8 @@ private:
     }
 
     void SkipText() {
-        SkipPlainUntil('<');
-        while (!rest_.empty() && rest_.front() != '<') {
+        for (SkipPlainUntil('<'); !rest_.empty() && rest_.front() != '<'; SkipPlainUntil('<')) {
             SkipCharacter();
-            SkipPlainUntil('<');
         }
     }
 
