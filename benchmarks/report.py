@@ -9,6 +9,7 @@
 
 import argparse
 import json
+import os
 import pathlib
 import platform
 import re
@@ -68,7 +69,7 @@ def machine():
     processors = re.findall(r"^model name\s*:\s*(.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
     memory = int(re.search(r"MemTotal:\s*(\d+)", pathlib.Path("/proc/meminfo").read_text())[1])
     return {"processor": processors[0] if processors else platform.machine(),
-            "processors": len(processors), "memory": f"{memory / 2**20:.0f} GiB",
+            "processors": os.cpu_count(), "memory": f"{memory / 2**20:.0f} GiB",
             "kernel": "Linux " + platform.release().split("-")[0]}
 
 
@@ -197,6 +198,8 @@ def document(page, results):
         if text.count(begin) != 1:
             raise SystemExit(f"{page}: no place for the figures: {name}")
         before, after = text.split(begin)
+        if end not in after:
+            raise SystemExit(f"{page}: the figures have no end: {name}")
         text = before + begin + part + "\n" + after[after.index(end):]
     page.write_text(text)
 

@@ -4,6 +4,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 
+scripts/install-deps.sh test check bench
 build=build/analysis # for the commands by which all of these are compiled
 cmake --preset release -DKENNLY_BUILD_BENCHMARKS=ON -B $build >/dev/null
 git ls-files 'src/*.cpp' 'demo/*.cpp' 'benchmarks/*.cpp' 'tests/support/*.cpp' |

@@ -45,9 +45,9 @@ mkdir -p $figures
 echo $effort >$figures/effort
 export TMPDIR="$PWD/$figures" # for what an interruption would leave behind
 
-# quietly <command>: tells what it has said only when it fails.
+# quietly <command>: tells what it has said only when it fails, or takes longer than anything should.
 quietly() {
-    "$@" >$figures/output 2>&1 || {
+    timeout 1200 "$@" >$figures/output 2>&1 || {
         cat $figures/output >&2
         echo "bench.sh: failed: $*" >&2
         exit 1

@@ -24,7 +24,7 @@ struct Figure {
 /// Threads: one at a time.
 class Figures {
 public:
-    /// Keeps a figure and prints it on a line of its own: the medians, and the range of the ratios.
+    /// Keeps a figure and tells that it is there.
     void Add(const Figure& figure);
     /// Writes all of them as JSON. Throws std::runtime_error when that fails.
     void Write(const std::string& path) const;

@@ -49,7 +49,7 @@ double MemoryOfSleepers() {
 
 }  // namespace
 
-std::vector<Figure> IdleFigures(const Effort& effort) {
+void MeasureIdle(const Effort& effort, Figures& figures) {
     Figure time = {"idle time", Jobs, "ms", {}};
     Figure memory = {"idle memory", Jobs, "KiB", {}};
     Figure objects = {"idle objects", Jobs, "", {}};
@@ -72,7 +72,9 @@ std::vector<Figure> IdleFigures(const Effort& effort) {
         const Cost floor = CostOfLoop();  // beside the commands that it is for
         time.rounds.push_back({spent * 1e3, floor.seconds * Jobs * 1e3});
     }
-    return {time, memory, objects};
+    figures.Add(time);
+    figures.Add(memory);
+    figures.Add(objects);
 }
 
 }  // namespace kennly::bench

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <vector>
 
 #include "daemon/Figures.h"
 
@@ -17,7 +16,7 @@ struct Effort {
 };
 
 inline constexpr Effort ShortEffort = {1, false, 2, 2, 1};
-inline constexpr Effort FullEffort = {5, true, 20, 100, 100};
+inline constexpr Effort FullEffort = {5, true, 12, 100, 100};
 
 // Each measures one side of the daemon and adds what it finds. All throw std::runtime_error when
 // the daemon does not do what is to be measured.
@@ -30,7 +29,7 @@ void MeasureStart(const Effort& effort, Figures& figures);
 void MeasureFileChecks(const Effort& effort, Figures& figures);
 /// Of a thousand jobs with a delay of 60 s: processor time of a minute, memory, and how many
 /// threads, descriptors and zombies there are.
-std::vector<Figure> IdleFigures(const Effort& effort);
+void MeasureIdle(const Effort& effort, Figures& figures);
 /// From a fault to the start of its remedy.
 void MeasureDetection(const Effort& effort, Figures& figures);
 /// From a change of the configuration to the end of the last new job's first check.

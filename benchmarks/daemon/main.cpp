@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
-#include <future>
 #include <map>
 #include <string>
 #include <vector>
@@ -18,18 +17,10 @@ namespace kennly::bench {
 
 namespace {
 
-// At once, because both do little but wait, and that for minutes.
-void MeasureWhatWaits(const Effort& effort, Figures& figures) {
-    auto idle = std::async(std::launch::async, [&effort] { return IdleFigures(effort); });
-    MeasureDetection(effort, figures);
-    for (const Figure& figure : idle.get()) {
-        figures.Add(figure);
-    }
-}
-
 const std::map<std::string, void (*)(const Effort&, Figures&)> Measurements = {
-    {"commands", MeasureCommandChecks}, {"start", MeasureStart},   {"files", MeasureFileChecks},
-    {"waiting", MeasureWhatWaits},      {"reload", MeasureReload},
+    {"commands", MeasureCommandChecks}, {"start", MeasureStart},
+    {"files", MeasureFileChecks},       {"idle", MeasureIdle},
+    {"detection", MeasureDetection},    {"reload", MeasureReload},
 };
 
 // Measures what is named, or everything; writes it to the file `output` unless that is empty.

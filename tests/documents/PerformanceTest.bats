@@ -68,6 +68,13 @@ END
     run -0 diff "$BATS_TEST_TMPDIR/before.md" "$BATS_TEST_TMPDIR/page.md"
 }
 
+@test "figures without an end are refused" {
+    make_run "$BATS_TEST_TMPDIR/run.json" full
+    sed '/<!-- figures: pool -->/,$ { /<!-- end of figures -->/d }' "$PAGE" >"$BATS_TEST_TMPDIR/page.md"
+    run ! "$REPORT" document "$BATS_TEST_TMPDIR/page.md" "$BATS_TEST_TMPDIR/run.json"
+    assert_output --partial "the figures have no end: pool"
+}
+
 @test "plots can be drawn of one run and of two" {
     make_run "$BATS_TEST_TMPDIR/one.json" full
     make_run "$BATS_TEST_TMPDIR/two.json" full "command check" 100 1.5
@@ -86,28 +93,28 @@ END
 }
 
 @test "a goal that is missed is told, and fails nothing" {
-    make_run "$BATS_TEST_TMPDIR/run.json" short "command check" 100 1.21 "check rate" 10 0.97 detection 1 1.16 \
+    make_run "$BATS_TEST_TMPDIR/run.json" short "command check" 100 1.21 "check rate" 100 0.97 detection 1 1.16 \
         start 1000 1.23
     run -0 "$REPORT" judge "$BATS_TEST_TMPDIR/run.json"
     assert_line --regexp '^command check, 100 .* ratio  1\.210 .*≤ 1\.2: missed$'
-    assert_line --regexp '^check rate, 10 .* ratio  0\.970 .*≥ 0\.98: missed$'
+    assert_line --regexp '^check rate, 100 .* ratio  0\.970 .*≥ 0\.98: missed$'
     assert_line --regexp '^detection, 1 .* ratio  1\.160 .*≤ 2\.3 s: missed$'
     assert_line --regexp '^start, 1,000 .* ratio  1\.230 .*≤ 1\.15 \+ 0\.15 s: missed$'
     assert_equal "$(grep -c 'missed$' <<<"$output")" 4
 }
 
 @test "a goal that is just reached is met" {
-    make_run "$BATS_TEST_TMPDIR/run.json" short "command check" 100 1.2 "check rate" 10 0.98 detection 1 1.15 \
+    make_run "$BATS_TEST_TMPDIR/run.json" short "command check" 100 1.2 "check rate" 100 0.98 detection 1 1.15 \
         start 1000 1.224
     run -0 "$REPORT" judge "$BATS_TEST_TMPDIR/run.json"
     refute_line --regexp 'missed|BAND'
 }
 
 @test "what lies outside its band fails, and is named, the longest of all as well" {
-    make_run "$BATS_TEST_TMPDIR/run.json" short "load instructions" 1000 1.51 "check rate" 10 0.49 \
+    make_run "$BATS_TEST_TMPDIR/run.json" short "load instructions" 1000 1.51 "check rate" 100 0.89 \
         "detection at once" 1 3.4
     run -1 "$REPORT" judge "$BATS_TEST_TMPDIR/run.json"
-    assert_output --partial "far from where it has been: check rate, 10; detection at once, 1; detection at once, \
+    assert_output --partial "far from where it has been: check rate, 100; detection at once, 1; detection at once, \
 longest, 1; load instructions, 1,000"
 }
 
