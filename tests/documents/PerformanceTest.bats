@@ -50,6 +50,14 @@ END
     run -0 diff "$PAGE" "$BATS_TEST_TMPDIR/page.md"
 }
 
+@test "the page shows full runs alone, each of another time" {
+    run -0 grep -L '"effort": "full"' "$RUNS"/*.json
+    assert_output ""
+    grep -h '"date":' "$RUNS"/*.json | sort >"$BATS_TEST_TMPDIR/dates"
+    run -0 uniq -d "$BATS_TEST_TMPDIR/dates"
+    assert_output ""
+}
+
 @test "every plot is there, and is one" {
     local plot plots
     plots=$(grep -o '](performance/[^)]*\.svg)' "$PAGE" | sed 's/^](//; s/)$//')
