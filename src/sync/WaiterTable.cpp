@@ -15,17 +15,15 @@ constexpr unsigned long FutexHashSetSlots = 1;  // PR_FUTEX_HASH_SET_SLOTS
 
 constexpr unsigned long ThreadsARow = 4;
 
-// The most that the kernel chooses by itself, which it no longer does once it was asked.
-unsigned long FewestRows() {
-    constexpr long fewest = 16;
-    constexpr long rowsAProcessor = 4;
-    return static_cast<unsigned long>(
-        std::max(fewest, rowsAProcessor * sysconf(_SC_NPROCESSORS_ONLN)));
-}
+constexpr long FewestRows = 16;
+constexpr long RowsAProcessor = 4;
 
-// The kernel takes powers of two alone.
-unsigned long RowsFor(std::uint32_t threadCount) {
-    const unsigned long wanted = std::max(FewestRows(), threadCount / ThreadsARow);
+}  // namespace
+
+unsigned long WaiterTableRows(std::uint32_t threadCount, long processors) {
+    const auto fewest =
+        static_cast<unsigned long>(std::max(FewestRows, RowsAProcessor * processors));
+    const unsigned long wanted = std::max(fewest, threadCount / ThreadsARow);
     unsigned long rows = 1;
     while (rows < wanted) {
         rows *= 2;
@@ -33,11 +31,10 @@ unsigned long RowsFor(std::uint32_t threadCount) {
     return rows;
 }
 
-}  // namespace
-
 void SizeWaiterTable(std::uint32_t threadCount) {
     // Refused, the table stays as it is, and nothing is wrong but the speed.
-    prctl(FutexHash, FutexHashSetSlots, RowsFor(threadCount), 0UL, 0UL);
+    prctl(FutexHash, FutexHashSetSlots, WaiterTableRows(threadCount, sysconf(_SC_NPROCESSORS_ONLN)),
+          0UL, 0UL);
 }
 
 }  // namespace kennly

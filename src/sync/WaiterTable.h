@@ -4,6 +4,11 @@
 
 namespace kennly {
 
+/// How many rows suit so many threads: a power of two, as the kernel takes no other number, and at
+/// least what it would choose by itself on a machine with so many processors (-1 when unknown).
+/// Once it was asked, it no longer does.
+unsigned long WaiterTableRows(std::uint32_t threadCount, long processors);
+
 /// Asks the kernel to keep this process's waiting threads in a table that suits `threadCount` of
 /// them: about four a row, at 64 bytes of the kernel's memory a row, and never fewer rows than the
 /// kernel would choose by itself.

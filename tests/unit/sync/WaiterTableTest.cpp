@@ -4,12 +4,10 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "pool/WatchDogThreadPool.h"
@@ -27,18 +25,9 @@ constexpr unsigned long GetSlots = 2;
 unsigned long rowsAsked = 0;
 bool refuses = false;
 
-long processors = 1;
-
 }  // namespace
 
 extern "C" {
-
-long __wrap_sysconf(int name);
-long __real_sysconf(int name);
-
-long __wrap_sysconf(int name) {
-    return name == _SC_NPROCESSORS_ONLN ? processors : __real_sysconf(name);
-}
 
 int __real_prctl(int option, ...);
 int __wrap_prctl(int option, ...);
@@ -65,35 +54,22 @@ namespace kennly::test {
 
 namespace {
 
-unsigned long RowsAskedFor(std::uint32_t threads) {
-    rowsAsked = 0;
-    SizeWaiterTable(threads);
-    return rowsAsked;
-}
-
 TEST(WaiterTable, HasARowForFourThreadsAndAPowerOfTwoOfThem) {
-    refuses = true;  // the largest would take what memory the kernel has
-    EXPECT_EQ(RowsAskedFor(0), 16U);
-    EXPECT_EQ(RowsAskedFor(3), 16U);
-    EXPECT_EQ(RowsAskedFor(67), 16U);
-    EXPECT_EQ(RowsAskedFor(68), 32U);
-    EXPECT_EQ(RowsAskedFor(3000), 1024U);
-    EXPECT_EQ(RowsAskedFor(15000), 4096U);
-    EXPECT_EQ(RowsAskedFor(0xFFFFFFFF), 0x40000000U);
-    refuses = false;
+    EXPECT_EQ(WaiterTableRows(0, 1), 16U);
+    EXPECT_EQ(WaiterTableRows(3, 1), 16U);
+    EXPECT_EQ(WaiterTableRows(67, 1), 16U);
+    EXPECT_EQ(WaiterTableRows(68, 1), 32U);
+    EXPECT_EQ(WaiterTableRows(3000, 1), 1024U);
+    EXPECT_EQ(WaiterTableRows(15000, 1), 4096U);
+    EXPECT_EQ(WaiterTableRows(0xFFFFFFFF, 1), 0x40000000U);
 }
 
 TEST(WaiterTable, IsNoSmallerThanTheKernelWouldChooseByItself) {
-    refuses = true;
-    for (const auto& [number, rows] :
-         {std::pair(-1L, 16UL), {4L, 16UL}, {5L, 32UL}, {32L, 128UL}}) {
-        processors = number;
-        EXPECT_EQ(RowsAskedFor(90), std::max(rows, 32UL)) << number;
-        EXPECT_EQ(RowsAskedFor(3), rows) << number;
-        EXPECT_EQ(RowsAskedFor(3000), 1024U) << number;
-    }
-    processors = 1;
-    refuses = false;
+    EXPECT_EQ(WaiterTableRows(3, -1), 16U);
+    EXPECT_EQ(WaiterTableRows(3, 4), 16U);
+    EXPECT_EQ(WaiterTableRows(3, 5), 32U);
+    EXPECT_EQ(WaiterTableRows(90, 32), 128U);
+    EXPECT_EQ(WaiterTableRows(3000, 32), 1024U);
 }
 
 TEST(WaiterTable, IsWhatTheKernelHasThen) {
@@ -142,7 +118,7 @@ TEST(WaiterTable, LosesNobodyWhoWaitsWhileItChanges) {
 TEST(WaiterTable, SuitsThePoolThatIsMade) {
     rowsAsked = 0;
     ASSERT_TRUE(CreateThreadPool(90));
-    EXPECT_EQ(rowsAsked, 32U);
+    EXPECT_EQ(rowsAsked, WaiterTableRows(90, sysconf(_SC_NPROCESSORS_ONLN)));
     EXPECT_TRUE(TidyThreadPool());
 }
 
