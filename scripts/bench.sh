@@ -2,9 +2,9 @@
 # bench.sh [--full [--record NAME]]
 #
 # Builds the daemon as it is installed and measures it and its units against floors that are measured in the
-# same run: in less than five minutes or, with --full, in an hour, with more rounds and a hundred reloads.
-# Writes the figures to build/bench/results.json, prints each with its goal, and fails when a ratio lies far
-# outside of where it has always been. With --record, the figures then become docs/performance/NAME.json, and
+# same run: in less than five minutes or, with --full, in little more than an hour, with more rounds and a hundred
+# reloads. Writes the figures to build/bench/results.json, prints each with its goal, and fails when a ratio lies
+# far outside of where it has always been. With --record, the figures then become docs/performance/NAME.json, and
 # docs/performance.md shows all runs that lie there. Wants the machine for itself.
 set -eu
 cd "$(dirname "$0")/.."
