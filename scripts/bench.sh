@@ -47,7 +47,7 @@ export TMPDIR="$PWD/$figures" # for what an interruption would leave behind
 
 # quietly <command>: tells what it has said only when it fails, or takes longer than anything should.
 quietly() {
-    timeout 1200 "$@" >$figures/output 2>&1 || {
+    timeout --foreground 1200 "$@" >$figures/output 2>&1 || {
         cat $figures/output >&2
         echo "bench.sh: failed: $*" >&2
         exit 1

@@ -18,8 +18,7 @@ Cost CostOfDaemon(int jobs, double seconds) {
 // Of threads that do nothing but pause and run the command.
 Cost CostOfPacedThreads(int jobs, double seconds) {
     const Site site;
-    const auto threads =
-        site.StartFloor({"paced-commands", std::to_string(jobs), CountedCommand()});
+    const auto threads = StartPacedThreads(site, jobs, Delay + 1);  // the poll takes a second
     site.AwaitCount(jobs);
     return CostOfRounds(site, threads->Pid(), jobs, seconds);
 }

@@ -6,6 +6,8 @@ namespace kennly::bench {
 
 namespace {
 
+constexpr int NoSecondCheck = 3600;  // as a delay, in seconds
+
 // The next count in the middle of a round: there, most of its commands run, and the few that come
 // late decide nothing.
 std::int64_t MiddleOfNextRound(const Site& site, int jobs) {
@@ -40,10 +42,15 @@ Cost CostOfLoop() {
     return CostOfRounds(site, loop->Pid(), 1, seconds);
 }
 
+std::unique_ptr<test::SandboxProcess> StartPacedThreads(const Site& site, int jobs,
+                                                        int pauseSeconds) {
+    return site.StartFloor(
+        {"paced-commands", std::to_string(jobs), std::to_string(pauseSeconds), CountedCommand()});
+}
+
 double SecondsToStart(int jobs) {
-    constexpr int noSecondCheck = 3600;  // as a delay
     const Site site;
-    site.Configure(CommandJobs(jobs, noSecondCheck));
+    site.Configure(CommandJobs(jobs, NoSecondCheck));
     const auto start = Clock::now();
     const auto daemon = site.StartDaemon();
     site.AwaitCount(jobs);
@@ -55,8 +62,7 @@ double SecondsToStart(int jobs) {
 double SecondsToStartThreads(int jobs) {
     const Site site;
     const auto start = Clock::now();
-    const auto threads =
-        site.StartFloor({"paced-commands", std::to_string(jobs), CountedCommand()});
+    const auto threads = StartPacedThreads(site, jobs, NoSecondCheck);
     site.AwaitCount(jobs);
     return SecondsSince(start);
 }

@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <memory>
+
 #include "daemon/Site.h"
 
 namespace kennly::bench {
@@ -15,6 +17,10 @@ struct Cost {
 /// Of the commands of a process that runs `jobs` of them in a round, over whole rounds and for
 /// about so many seconds.
 Cost CostOfRounds(const Site& site, pid_t process, int jobs, double seconds);
+
+/// The floor that is a thread for each job, which runs the counted command and then pauses.
+std::unique_ptr<test::SandboxProcess> StartPacedThreads(const Site& site, int jobs,
+                                                        int pauseSeconds);
 
 /// The time from the start of the daemon, or of a floor, to the end of the first command of each of
 /// so many jobs.

@@ -39,7 +39,7 @@ double SecondsOf(const timespec& time) {
 double SecondsToRepair(const Site& site, int job) {
     const std::string repaired = site.Inside().PathInside(RepairedFile(job));
     site.Inside().RemoveFile(RepairedFile(job));
-    site.Inside().WriteFile(FaultFile(job), "");
+    site.WriteFile(FaultFile(job), "");
     const auto start = Clock::now();
     struct stat status = {};
     while (stat(repaired.c_str(), &status) != 0) {

@@ -136,8 +136,9 @@ int RunFloor(const std::vector<std::string>& arguments) {
     if (arguments.size() == 2 && arguments[0] == "commands") {
         return RepeatCommand(arguments[1], 2, 0);
     }
-    if (arguments.size() == 3 && arguments[0] == "paced-commands") {
-        return RepeatCommand(arguments[2], std::stoi(arguments[1]), 2);
+    if (arguments.size() == 4 && arguments[0] == "paced-commands") {
+        return RepeatCommand(arguments[3], std::stoi(arguments[1]),
+                             static_cast<unsigned>(std::stoul(arguments[2])));
     }
     if (arguments.size() == 1 && arguments[0] == "looks") {
         return LookAgainAndAgain();

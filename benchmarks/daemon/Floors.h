@@ -8,8 +8,8 @@ namespace kennly::bench {
 /// Runs one of the floors that stand as processes of their own, for ever or until it fails:
 ///
 /// - `commands LINE`: two threads, each with a bare loop of system() with that line;
-/// - `paced-commands JOBS LINE`: a thread for each job with such a loop, which pauses for two
-///   seconds after each command, as the daemon's jobs do with a delay of one;
+/// - `paced-commands JOBS SECONDS LINE`: a thread for each job with such a loop, which pauses for
+///   so long after each command; the daemon's jobs, with a delay of one, do so for two seconds;
 /// - `looks`: two threads; one hands over to the other, which looks at the file, and waits for it;
 /// - `paced-looks JOBS`: two such threads for each job, but the first does not wait; it pauses for
 ///   a second, as for the poll, and for another, as for the delay;
