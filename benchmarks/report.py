@@ -161,9 +161,12 @@ def judge(results):
 # Showing
 
 def cell(row):
+    """Two digits behind the point, or three where two would make the ratio look like the goal."""
     if not row:
         return "–"
-    ratio = f"**{row.ratio:.2f}**" if row.meets_goal() else f"{row.ratio:.2f}, missed"
+    bound = row.goal.get("at_most", row.goal.get("at_least"))
+    digits = 3 if round(row.ratio, 2) == bound != row.ratio else 2
+    ratio = f"**{row.ratio:.{digits}f}**" if row.meets_goal() else f"{row.ratio:.{digits}f}, missed"
     return f"{quantity(row.measured, row.unit)}, floor {quantity(row.floor, row.unit)}: {ratio}"
 
 
@@ -230,14 +233,14 @@ def block(name, points):
 
 
 def plot_ratios(directory, runs):
-    data, curves = "", ["1 title 'the floor' lc rgb 'black'"]
-    for figure in ("command check", "file check, paced"):
+    data, curves = "", ["1 title 'the floor of each' lc rgb 'black'"]
+    for colour, figure in enumerate(("command check", "file check", "file check, paced"), 1):
         for i, points in enumerate(series(runs, figure), 1):
             name = f"{re.sub('[^a-z]', '_', figure)}_{i}"
             data += block(name, points)
-            curves.append(f"${name} using 1:4 with linespoints title '{figure}, run {i}'")
+            curves.append(f"${name} using 1:4 with linespoints lc {colour} dt {i} title '{figure}, run {i}'")
     gnuplot(directory / "checks.svg", f"""{data}
-set title 'Processor time of a check against its floor'
+set title 'Processor time of a check, each against its own floor'
 set xlabel 'jobs'
 set ylabel 'ratio'
 set logscale x

@@ -59,12 +59,15 @@ END
     assert_output ""
 }
 
-@test "every plot is there, and is one" {
-    local plot plots
+@test "every plot is there, and shows all runs" {
+    local plot plots run
     plots=$(grep -o '](performance/[^)]*\.svg)' "$PAGE" | sed 's/^](//; s/)$//')
     assert_equal "$(sort <<<"$plots")" "$(cd "$ROOT/docs" && ls performance/*.svg)"
     for plot in $plots; do
         run -0 xmllint --noout "$ROOT/docs/$plot"
+        for run in $(seq "$(ls "$RUNS"/*.json | wc -l)"); do
+            assert grep -q ", run $run<" "$ROOT/docs/$plot"
+        done
     done
 }
 
@@ -75,6 +78,17 @@ END
     run ! "$REPORT" document "$BATS_TEST_TMPDIR/page.md" "$BATS_TEST_TMPDIR/run.json"
     assert_output --partial "no place for the figures: reload"
     run -0 diff "$BATS_TEST_TMPDIR/before.md" "$BATS_TEST_TMPDIR/page.md"
+}
+
+@test "a ratio that two digits would make look like its goal has three" {
+    make_run "$BATS_TEST_TMPDIR/run.json" full "command check" 100 1.203 "command check" 1000 1.198 \
+        "check rate" 10 0.98
+    cp "$PAGE" "$BATS_TEST_TMPDIR/page.md"
+    run -0 "$REPORT" document "$BATS_TEST_TMPDIR/page.md" "$BATS_TEST_TMPDIR/run.json"
+    assert grep -q '^| command check, 100 .*: 1\.203, missed |$' "$BATS_TEST_TMPDIR/page.md"
+    assert grep -q '^| command check, 1,000 .*: \*\*1\.198\*\* |$' "$BATS_TEST_TMPDIR/page.md"
+    assert grep -q '^| command check, 5,000 .*: \*\*1\.00\*\* |$' "$BATS_TEST_TMPDIR/page.md"
+    assert grep -q '^| check rate, 10 .*: \*\*0\.98\*\* |$' "$BATS_TEST_TMPDIR/page.md"
 }
 
 @test "figures without an end are refused" {
