@@ -93,6 +93,7 @@ class Row:
         rounds = figure["rounds"]
         floors = [goal.get("floor", r["floor"]) for r in rounds]
         self.goal, self.unit = goal, figure["unit"]
+        self.bound = goal.get("at_most", goal.get("at_least"))  # none where it is a time
         self.measured = pick(r["measured"] for r in rounds)
         self.floor = statistics.median(floors)
         self.ratio = pick(r["measured"] / floor for r, floor in zip(rounds, floors))
@@ -104,7 +105,7 @@ class Row:
     def meets_goal(self):
         if "limit" in self.goal:
             return self.measured <= self.goal["limit"]
-        return self.meets(self.goal.get("at_most", self.goal.get("at_least")))
+        return self.meets(self.bound)
 
     def is_inside_band(self):
         return self.meets(self.goal["band"])
@@ -164,10 +165,10 @@ def cell(row):
     """Two digits behind the point, or three where two would make the ratio look like the goal."""
     if not row:
         return "–"
-    bound = row.goal.get("at_most", row.goal.get("at_least"))
-    digits = 3 if round(row.ratio, 2) == bound != row.ratio else 2
-    ratio = f"**{row.ratio:.{digits}f}**" if row.meets_goal() else f"{row.ratio:.{digits}f}, missed"
-    return f"{quantity(row.measured, row.unit)}, floor {quantity(row.floor, row.unit)}: {ratio}"
+    digits = 3 if round(row.ratio, 2) == row.bound != row.ratio else 2
+    ratio = f"{row.ratio:.{digits}f}"
+    verdict = f"**{ratio}**" if row.meets_goal() else f"{ratio}, missed"
+    return f"{quantity(row.measured, row.unit)}, floor {quantity(row.floor, row.unit)}: {verdict}"
 
 
 def table(group, found):
