@@ -46,6 +46,7 @@ echo $effort >$figures/effort
 export TMPDIR="$PWD/$figures" # for what an interruption would leave behind
 
 # quietly <command>: tells what it has said only when it fails, or takes longer than anything should.
+# In the foreground, or an interruption at the terminal would not reach the command.
 quietly() {
     timeout --foreground 1200 "$@" >$figures/output 2>&1 || {
         cat $figures/output >&2
